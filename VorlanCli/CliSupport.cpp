@@ -1,0 +1,164 @@
+#include "CliSupport.hpp"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fmt/format.h>
+
+#include "scan/ScanRecords.hpp"
+
+namespace vorlan::cli {
+
+int usageError(std::string_view line) {
+  fmt::print(stderr, "vorlan: {}\n도움말: vorlan --help\n", line);
+  return exitUsage;
+}
+
+int failure(std::string_view line) {
+  fmt::print(stderr, "vorlan: {}\n", line);
+  return exitFailure;
+}
+
+void warn(std::string_view line) { fmt::print(stderr, "vorlan: {}\n", line); }
+
+std::optional<double> parseDecimalFigure(std::string_view text) {
+  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
+  // Digits with at most one decimal separator, a point or a comma as people type it.
+  std::string normal;
+  bool separator = false, digit = false;
+  for (char c : text) {
+    if (c >= '0' && c <= '9') {
+      digit = true;
+      normal += c;
+    } else if ((c == '.' || c == ',') && !separator) {
+      separator = true;
+      normal += '.';
+    } else {
+      return std::nullopt;
+    }
+  }
+  if (!digit || normal.size() > 30) return std::nullopt;
+  double value = 0;
+  auto [end, ec] = std::from_chars(normal.data(), normal.data() + normal.size(), value);
+  if (ec != std::errc{} || end != normal.data() + normal.size()) return std::nullopt;
+  return value;
+}
+
+namespace {
+
+int terminalColumns() {
+  winsize ws{};
+  if (::ioctl(STDERR_FILENO, TIOCGWINSZ, &ws) == 0 && ws.ws_col > 10) return ws.ws_col;
+  return 80;
+}
+
+// Width of one code point: wide East Asian ranges count two columns.
+int codePointWidth(char32_t cp) {
+  if (cp < 0x20) return 0;
+  if ((cp >= 0x1100 && cp <= 0x115F) || (cp >= 0x2E80 && cp <= 0xA4CF) ||
+      (cp >= 0xAC00 && cp <= 0xD7A3) || (cp >= 0xF900 && cp <= 0xFAFF) ||
+      (cp >= 0xFE30 && cp <= 0xFE4F) || (cp >= 0xFF00 && cp <= 0xFF60) ||
+      (cp >= 0xFFE0 && cp <= 0xFFE6) || (cp >= 0x1F300 && cp <= 0x1FAFF) ||
+      (cp >= 0x20000 && cp <= 0x3FFFD))
+    return 2;
+  return 1;
+}
+
+// Decodes one UTF-8 character at text[i]; returns its length (1 for a stray byte).
+size_t decodeAt(std::string_view text, size_t i, char32_t& cp) {
+  unsigned char c = static_cast<unsigned char>(text[i]);
+  size_t len = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 1;
+  if (i + len > text.size()) len = 1;
+  cp = len == 1 ? c : c & (0x7F >> len);
+  for (size_t k = 1; k < len; ++k) cp = (cp << 6) | (static_cast<unsigned char>(text[i + k]) & 0x3F);
+  return len;
+}
+
+}  // namespace
+
+int displayWidth(std::string_view text) {
+  int width = 0;
+  for (size_t i = 0; i < text.size();) {
+    char32_t cp;
+    i += decodeAt(text, i, cp);
+    width += codePointWidth(cp);
+  }
+  return width;
+}
+
+std::string fitToColumns(std::string_view text, int columns) {
+  int width = 0;
+  size_t i = 0;
+  while (i < text.size()) {
+    char32_t cp;
+    size_t len = decodeAt(text, i, cp);
+    int w = codePointWidth(cp);
+    if (width + w > columns) break;
+    width += w;
+    i += len;
+  }
+  return std::string(text.substr(0, i));
+}
+
+std::string formatGB(int64_t bytes) { return fmt::format("{:.1f}GB", static_cast<double>(bytes) / GB); }
+
+void ProgressLine::show(std::string_view text) {
+  if (mode_ == Mode::off) return;
+  std::lock_guard guard(lock_);
+  if (mode_ == Mode::plain) {
+    if (text == lastPlain_) return;
+    lastPlain_ = std::string(text);
+    fmt::print(stderr, "{}\n", text);
+    return;
+  }
+  fmt::print(stderr, "\r\033[K{}", fitToColumns(text, terminalColumns() - 1));
+  std::fflush(stderr);
+  drawn_ = true;
+}
+
+void ProgressLine::finish() {
+  std::lock_guard guard(lock_);
+  if (mode_ == Mode::terminal && drawn_) {
+    fmt::print(stderr, "\r\033[K");
+    std::fflush(stderr);
+    drawn_ = false;
+  }
+}
+
+ProgressLine::Mode progressModeFor(const CliContext& ctx, bool disabled) {
+  if (disabled) return ProgressLine::Mode::off;
+  return ctx.stderrIsTerminal ? ProgressLine::Mode::terminal : ProgressLine::Mode::plain;
+}
+
+InterruptWatcher::InterruptWatcher() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGINT);
+  sigaddset(&set, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  waiter_ = std::jthread([this, set](std::stop_token own) {
+    while (!own.stop_requested()) {
+      timespec wait{0, 100'000'000};
+      int sig = sigtimedwait(&set, nullptr, &wait);
+      if (sig == SIGINT || sig == SIGTERM) {
+        if (source_.stop_requested()) {
+          // A second interrupt while the first is being served: leave at once.
+          std::_Exit(exitCancelled);
+        }
+        source_.request_stop();
+      }
+    }
+  });
+}
+
+InterruptWatcher::~InterruptWatcher() {
+  waiter_.request_stop();
+  waiter_.join();
+}
+
+}  // namespace vorlan::cli

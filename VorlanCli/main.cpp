@@ -1,0 +1,81 @@
+// `vorlan`: Vorlan's core from a terminal, with the program's own Korean texts.
+#include <pwd.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <exception>
+#include <fmt/format.h>
+
+#include "Commands.hpp"
+#include "Version.hpp"
+
+namespace {
+
+constexpr std::string_view kHelp =
+    R"(Vorlan — '시스템 데이터'가 무엇으로 차 있는지 재고, 안전하게 비울 수 있는 것을 찾습니다.
+
+사용법:
+  vorlan scan [--system-data GB] [--save [DIR]] [--json] [--no-progress]
+      홈 폴더를 du 로 실측하고 규칙표로 등급을 매겨 리포트를 출력합니다 (읽기 전용).
+      --system-data GB  설정 > 일반 > 저장 공간의 '시스템 데이터' 수치 (예: 123.4)
+      --save [DIR]      Markdown 리포트 파일도 저장 (기본: ~/Desktop)
+      --json            텍스트 리포트 대신 JSON 부록만 출력
+      --no-progress     진행 상황을 표시하지 않음
+  vorlan plan [--json] [--all]
+      정리 계획을 폴더별 판정과 함께 보여 줍니다 (아무것도 지우지 않음).
+  vorlan clean [--dry-run] [--yes] [PATH…]
+      체크한 폴더를 7일 보관함으로 옮기거나, 다시 생기는 캐시는 바로 비웁니다.
+  vorlan quarantine [list | restore ID | empty | expire | recover]
+      보관함의 묶음을 보고, 되돌리고, 비웁니다.
+  vorlan --version | --help
+)";
+
+std::filesystem::path currentHome() {
+  if (const char* h = std::getenv("HOME"); h && *h) return h;
+  if (passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir) return pw->pw_dir;
+  return {};
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  using namespace vorlan::cli;
+  // Before any thread starts, so that Ctrl-C reaches only the watcher.
+  InterruptWatcher interrupts;
+
+  std::vector<std::string> args(argv + 1, argv + argc);
+  CliContext ctx;
+  ctx.home = currentHome();
+  ctx.stdinIsTerminal = ::isatty(STDIN_FILENO);
+  ctx.stdoutIsTerminal = ::isatty(STDOUT_FILENO);
+  ctx.stderrIsTerminal = ::isatty(STDERR_FILENO);
+  ctx.stop = interrupts.token();
+  ctx.now = std::chrono::duration_cast<std::chrono::seconds>(
+                std::chrono::system_clock::now().time_since_epoch())
+                .count();
+
+  if (args.empty() || args[0] == "--help" || args[0] == "-h" || args[0] == "help") {
+    fmt::print("{}", kHelp);
+    return args.empty() ? exitUsage : exitOk;
+  }
+  if (args[0] == "--version" || args[0] == "-V") {
+    fmt::print("vorlan {}\n", vorlan::Telemetry::appVersion);
+    for (const auto& line : versionNotes(ctx)) fmt::print("{}\n", line);
+    return exitOk;
+  }
+  if (ctx.home.empty() || !std::filesystem::is_directory(ctx.home))
+    return failure("홈 폴더를 찾을 수 없습니다. HOME 환경 변수를 확인하세요.");
+
+  const std::string command = args[0];
+  args.erase(args.begin());
+  try {
+    if (command == "scan") return runScan(args, ctx);
+    if (command == "plan") return runPlan(args, ctx);
+    if (command == "clean") return runClean(args, ctx);
+    if (command == "quarantine") return runQuarantine(args, ctx);
+  } catch (const std::exception& e) {
+    return failure(fmt::format("예기치 못한 오류로 중단했습니다: {}", e.what()));
+  }
+  return usageError(fmt::format("알 수 없는 명령입니다: {}", command));
+}
