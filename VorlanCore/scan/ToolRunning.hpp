@@ -33,6 +33,8 @@ struct ToolError : std::runtime_error {
 };
 
 using LineCallback = std::function<void(const std::string&)>;
+// Whether a command-line tool is installed; callable from any thread.
+using HasBinary = std::function<bool(const std::string&)>;
 
 // run: optional time limit in seconds. runStreaming: onLine gets each complete stdout line,
 // in order, never two calls at once. Both end the child with SIGTERM when `stop` is requested
