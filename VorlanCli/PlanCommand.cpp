@@ -1,9 +1,191 @@
+// `vorlan plan`: measures the cleanup parents and prints the plan, largest first, as a table
+// for people or as JSON for scripts. Nothing is deleted.
+#include <algorithm>
+#include <chrono>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "Cancelled.hpp"
 #include "Commands.hpp"
+#include "cleanup/AppOwnership.hpp"
+#include "cleanup/CleanupSession.hpp"
 
 namespace vorlan::cli {
 
-int runPlan(const std::vector<std::string>&, const CliContext&) {
-  return failure("'plan' 명령은 아직 준비되지 않았습니다.");
+namespace {
+
+struct PlanOptions {
+  bool json = false;
+  bool all = false;
+  bool noProgress = false;
+};
+
+// Short labels for the verdict column; the row's own words follow below it.
+std::string_view verdictLabel(CleanupVerdict verdict) {
+  switch (verdict) {
+    case CleanupVerdict::orphan: return "주인 없음";
+    case CleanupVerdict::stale: return "오래됨";
+    case CleanupVerdict::regenerable: return "다시 생김";
+    case CleanupVerdict::inUse: return "실행 중";
+    case CleanupVerdict::needsReview: return "확인 필요";
+    case CleanupVerdict::keep: return "보존";
+    case CleanupVerdict::unknown: return "미확인";
+  }
+  return "";
+}
+
+std::string padRight(std::string_view text, int columns) {
+  return std::string(text) + std::string(std::max(0, columns - displayWidth(text)), ' ');
+}
+
+std::string padLeft(std::string_view text, int columns) {
+  return std::string(std::max(0, columns - displayWidth(text)), ' ') + std::string(text);
+}
+
+// Kept and running rows say what happens as it is; for the others it is what deleting does.
+std::string consequenceLine(const CleanupItem& item) {
+  if (item.verdict == CleanupVerdict::keep || item.verdict == CleanupVerdict::inUse)
+    return item.consequence;
+  return "지우면 · " + item.consequence;
+}
+
+std::string tickMark(const CleanupItem& item, const std::set<std::string>& checked) {
+  if (!item.isExecutable()) return "[-]";
+  return checked.contains(item.path) ? "[✓]" : "[ ]";
+}
+
+void printTable(const std::vector<CleanupItem>& shown, const std::vector<CleanupItem>& all,
+                const std::set<std::string>& checked, bool showAll) {
+  const size_t hidden = all.size() - shown.size();
+  if (shown.empty()) {
+    fmt::print("정리할 만한 폴더를 찾지 못했습니다.");
+    if (hidden > 0) fmt::print(" (작은 폴더 {}개 숨김 — 모두 보려면 --all)", hidden);
+    fmt::print("\n");
+    return;
+  }
+
+  int sizeWidth = 0, labelWidth = 0;
+  for (const auto& item : shown) {
+    sizeWidth = std::max(sizeWidth, displayWidth(formatGB(item.bytes)));
+    labelWidth = std::max(labelWidth, displayWidth(verdictLabel(item.verdict)));
+  }
+  const std::string indent(static_cast<size_t>(4 + sizeWidth + 2), ' ');
+
+  fmt::print("정리 계획 — 폴더 {}개, 큰 것부터", shown.size());
+  if (!showAll && hidden > 0) fmt::print(" (50MB 미만 {}개 숨김 — 모두 보려면 --all)", hidden);
+  fmt::print("\n\n");
+  for (const auto& item : shown) {
+    fmt::print("{} {}  {}  ~/{}\n", tickMark(item, checked), padLeft(formatGB(item.bytes), sizeWidth),
+               padRight(verdictLabel(item.verdict), labelWidth), item.path);
+    std::string words = item.what.empty() ? item.reason : item.what + " · " + item.reason;
+    fmt::print("{}{}\n", indent, words);
+    fmt::print("{}{}\n", indent, consequenceLine(item));
+  }
+
+  size_t immediateCount = 0, heldCount = 0;
+  for (const auto& item : all) {
+    if (!checked.contains(item.path)) continue;
+    (item.purgeImmediately ? immediateCount : heldCount) += 1;
+  }
+  fmt::print("\n체크한 항목 {}개 · 선택한 {}\n", checked.size(), formatGB(selectedBytes(all, checked)));
+  fmt::print("  지금 바로 확보 {} ({}개)\n", formatGB(selectedImmediateBytes(all, checked)),
+             immediateCount);
+  fmt::print("  7일 뒤 확보 {} ({}개) — 그때까지 되돌릴 수 있음\n",
+             formatGB(selectedHeldBytes(all, checked)), heldCount);
+  fmt::print("[✓] 기본으로 체크됨 · [ ] 직접 체크할 수 있음 · [-] 지울 수 없음\n");
+}
+
+void printJson(const std::vector<CleanupItem>& shown) {
+  auto rows = nlohmann::ordered_json::array();
+  for (const auto& item : shown) {
+    nlohmann::ordered_json row;
+    row["name"] = item.name;
+    row["path"] = item.path;
+    row["bytes"] = item.bytes;
+    row["last_changed_epoch"] = item.lastChangedEpoch;
+    row["file_count"] = item.fileCount;
+    row["verdict"] = rawValue(item.verdict);
+    row["checked"] = item.checked;
+    row["reason"] = item.reason;
+    row["delete_paths"] = item.deletePaths;
+    row["what"] = item.what;
+    row["consequence"] = item.consequence;
+    row["purge_immediately"] = item.purgeImmediately;
+    rows.push_back(std::move(row));
+  }
+  // Folder names need not be valid UTF-8; such bytes become U+FFFD rather than an abort.
+  fmt::print("{}\n", rows.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+}
+
+// On a terminal the line is redrawn at most a few times a second; in a log each parent gets
+// one line when its first folder is done.
+class PlanProgressReporter {
+ public:
+  PlanProgressReporter(ProgressLine& line, bool terminal) : line_(line), terminal_(terminal) {}
+
+  void operator()(const PlanLoadProgress& p) {
+    const bool last = p.foldersDone == p.foldersTotal;
+    if (terminal_) {
+      auto now = std::chrono::steady_clock::now();
+      if (!last && now - lastDrawn_ < std::chrono::milliseconds(100)) return;
+      lastDrawn_ = now;
+    } else if (!seen_.insert(p.parent).second && !last) {
+      return;
+    }
+    line_.show(fmt::format("정리 계획을 위해 재는 중: ~/{} — 폴더 {}/{}개", p.parent,
+                           p.foldersDone, p.foldersTotal));
+  }
+
+ private:
+  ProgressLine& line_;
+  bool terminal_;
+  std::chrono::steady_clock::time_point lastDrawn_{};
+  std::set<std::string> seen_;
+};
+
+}  // namespace
+
+int runPlan(const std::vector<std::string>& args, const CliContext& ctx) {
+  PlanOptions options;
+  for (const auto& arg : args) {
+    if (arg == "--json")
+      options.json = true;
+    else if (arg == "--all")
+      options.all = true;
+    else if (arg == "--no-progress")
+      options.noProgress = true;
+    else
+      return usageError(fmt::format("'plan'이 모르는 인자입니다: {}", arg));
+  }
+
+  const auto mode = progressModeFor(ctx, options.noProgress);
+  ProgressLine line(mode);
+  PlanProgressReporter reporter(line, mode == ProgressLine::Mode::terminal);
+  const PlanLoadProgressFn progress = [&](const PlanLoadProgress& p) { reporter(p); };
+
+  LoadedPlan plan;
+  try {
+    const auto dictionary = KnowledgeDictionary::bundled();
+    const auto installed = installedBundleIDs(defaultAppDirs(ctx.home));
+    const auto running = runningBundleIDs();
+    plan = loadCleanupPlan(ctx.home, dictionary, installed, running, ctx.now, {}, progress,
+                           defaultMeasuringThreads(), ctx.stop);
+  } catch (const Cancelled&) {
+    line.finish();
+    warn("중단했습니다. 아무것도 바뀌지 않았습니다.");
+    return exitCancelled;
+  }
+  line.finish();
+  for (const auto& parent : plan.unreadableParents)
+    warn(fmt::format("읽을 수 없어 건너뜀: ~/{}", parent));
+
+  const auto shown = options.all ? plan.items : visibleItems(plan.items);
+  if (options.json)
+    printJson(shown);
+  else
+    printTable(shown, plan.items, initialChecked(plan.items), options.all);
+  return exitOk;
 }
 
 }  // namespace vorlan::cli
