@@ -1,9 +1,320 @@
+// `vorlan clean`: carries out a cleanup from the terminal. It shows what will be skipped,
+// purged at once and held for seven days, asks before acting, and then prints the account.
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fmt/format.h>
+#include <set>
+
+#include "Cancelled.hpp"
 #include "Commands.hpp"
+#include "cleanup/AppOwnership.hpp"
+#include "cleanup/CleanupExecution.hpp"
+#include "cleanup/CleanupSession.hpp"
+#include "quarantine/Quarantine.hpp"
+#include "report/CleanupLedger.hpp"
 
 namespace vorlan::cli {
 
-int runClean(const std::vector<std::string>&, const CliContext&) {
-  return failure("'clean' 명령은 아직 준비되지 않았습니다.");
+// Shared with the quarantine command: asks a yes/no question on the terminal, giving up when
+// Ctrl-C asks the program to stop.
+bool confirmOnTerminal(std::string_view question, const CliContext& ctx);
+
+namespace {
+
+struct CleanOptions {
+  bool dryRun = false;
+  bool yes = false;
+  bool noProgress = false;
+  std::vector<std::string> paths;
+};
+
+std::string padLeft(std::string_view text, int columns) {
+  return std::string(static_cast<size_t>(std::max(0, columns - displayWidth(text))), ' ') + std::string(text);
+}
+
+bool isBelowOrSame(const std::string& path, const std::string& base) {
+  return path == base || (path.size() > base.size() && path.starts_with(base) && path[base.size()] == '/');
+}
+
+// Turns what the user typed into a home-relative path, or says in one line why it can't be.
+std::optional<std::string> checkTypedPath(const std::string& typed, const Quarantine& quarantine,
+                                          const std::filesystem::path& home, std::string& problem) {
+  std::string path = typed;
+  if (path == "~") path.clear();
+  if (path.starts_with("~/")) path = path.substr(2);
+  if (path.starts_with('/')) {
+    // An absolute path is taken when it lies in the home folder; the check below decides.
+    auto relative = std::filesystem::path(path).lexically_normal().lexically_relative(home.lexically_normal());
+    const std::string text = relative.string();
+    if (text == ".") {
+      problem = fmt::format("홈 폴더 자체는 지울 수 없습니다: {}", typed);
+      return std::nullopt;
+    }
+    if (relative.empty() || text == ".." || text.starts_with("../")) {
+      problem = fmt::format("홈 폴더 밖의 경로는 지울 수 없습니다: {}", typed);
+      return std::nullopt;
+    }
+    path = text;
+  }
+  HomePath checked;
+  try {
+    checked = quarantine.resolveInsideHome(path);
+  } catch (const QuarantineError&) {
+    const auto lexical = (home / path).lexically_normal();
+    const auto inside = lexical.lexically_relative(home.lexically_normal()).string();
+    if (inside.empty() || inside == ".")
+      problem = fmt::format("홈 폴더 자체는 지울 수 없습니다: {}", typed);
+    else if (inside == ".." || inside.starts_with("../"))
+      problem = fmt::format("홈 폴더 밖의 경로는 지울 수 없습니다: {}", typed);
+    else
+      problem = fmt::format("홈 폴더 밖으로 이어지는 링크를 거치는 경로는 지울 수 없습니다: {}", typed);
+    return std::nullopt;
+  }
+  struct stat st;
+  if (::lstat(checked.location.c_str(), &st) != 0) {
+    problem = fmt::format("없는 경로입니다: ~/{}", checked.relative);
+    return std::nullopt;
+  }
+  if (isBelowOrSame(checked.relative, ".vorlan") || isBelowOrSame(".vorlan", checked.relative)) {
+    problem = fmt::format("Vorlan 자신의 보관 폴더는 지울 수 없습니다: ~/{}", checked.relative);
+    return std::nullopt;
+  }
+  return checked.relative;
+}
+
+// Duplicates go, and so does a path inside another one given: moving the outer folder takes it.
+std::vector<std::string> withoutNested(std::vector<std::string> paths) {
+  std::sort(paths.begin(), paths.end());
+  paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
+  std::vector<std::string> kept;
+  for (const auto& path : paths) {
+    bool inside = std::any_of(kept.begin(), kept.end(), [&](const std::string& k) { return isBelowOrSame(path, k); });
+    if (!inside) kept.push_back(path);
+  }
+  return kept;
+}
+
+class PlanProgress {
+ public:
+  PlanProgress(ProgressLine& line, bool terminal) : line_(line), terminal_(terminal) {}
+  void operator()(const PlanLoadProgress& p) {
+    const bool last = p.foldersDone == p.foldersTotal;
+    if (terminal_) {
+      auto now = std::chrono::steady_clock::now();
+      if (!last && now - lastDrawn_ < std::chrono::milliseconds(100)) return;
+      lastDrawn_ = now;
+    } else if (!parents_.insert(p.parent).second && !last) {
+      return;
+    }
+    line_.show(fmt::format("정리 계획을 위해 재는 중: ~/{} — 폴더 {}/{}개", p.parent, p.foldersDone, p.foldersTotal));
+  }
+
+ private:
+  ProgressLine& line_;
+  bool terminal_;
+  std::chrono::steady_clock::time_point lastDrawn_{};
+  std::set<std::string> parents_;
+};
+
+struct SizedPath {
+  std::string path;
+  int64_t bytes = 0;
+};
+
+std::vector<SizedPath> sized(const std::vector<std::string>& paths, const std::vector<CleanupItem>& items,
+                             const std::filesystem::path& home) {
+  std::vector<SizedPath> result;
+  for (const auto& path : paths) {
+    auto row = std::find_if(items.begin(), items.end(), [&](const CleanupItem& i) { return i.path == path; });
+    result.push_back({path, row != items.end() ? row->bytes : measureItem(home / path)});
+  }
+  return result;
+}
+
+int64_t total(const std::vector<SizedPath>& paths) {
+  int64_t sum = 0;
+  for (const auto& p : paths) sum += p.bytes;
+  return sum;
+}
+
+void printGroup(std::string_view title, const std::vector<SizedPath>& paths, int width) {
+  if (paths.empty()) return;
+  fmt::print("{} — {}개 · {}\n", title, paths.size(), formatGB(total(paths)));
+  for (const auto& p : paths) fmt::print("  {}  ~/{}\n", padLeft(formatGB(p.bytes), width), p.path);
+}
+
+void printFailures(const std::optional<QuarantineBatch>& batch) {
+  if (!batch) return;
+  for (const auto& path : batch->failures) fmt::print("옮기지 못해 그대로 둠: ~/{}\n", path);
+}
+
+}  // namespace
+
+bool confirmOnTerminal(std::string_view question, const CliContext& ctx) {
+  fmt::print("{} [y/N] ", question);
+  std::fflush(stdout);
+  std::string answer;
+  for (;;) {
+    if (ctx.stop.stop_requested()) {
+      fmt::print("\n");
+      return false;
+    }
+    pollfd in{STDIN_FILENO, POLLIN, 0};
+    int ready = ::poll(&in, 1, 100);
+    if (ready <= 0) continue;
+    char c;
+    ssize_t n = ::read(STDIN_FILENO, &c, 1);
+    if (n <= 0 || c == '\n') break;
+    answer += c;
+  }
+  while (!answer.empty() && (answer.back() == ' ' || answer.back() == '\r')) answer.pop_back();
+  while (!answer.empty() && answer.front() == ' ') answer.erase(answer.begin());
+  return answer == "y" || answer == "Y" || answer == "yes" || answer == "YES" || answer == "예" ||
+         answer == "네" || answer == "ㅇ";
+}
+
+int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
+  CleanOptions options;
+  bool optionsEnded = false;
+  for (const auto& arg : args) {
+    if (!optionsEnded && arg == "--") {
+      optionsEnded = true;
+    } else if (!optionsEnded && arg == "--dry-run") {
+      options.dryRun = true;
+    } else if (!optionsEnded && (arg == "--yes" || arg == "-y")) {
+      options.yes = true;
+    } else if (!optionsEnded && arg == "--no-progress") {
+      options.noProgress = true;
+    } else if (!optionsEnded && arg.starts_with("-")) {
+      return usageError(fmt::format("'clean'이 모르는 인자입니다: {}", arg));
+    } else {
+      options.paths.push_back(arg);
+    }
+  }
+
+  const Quarantine quarantine(Quarantine::defaultRoot(ctx.home), ctx.home);
+  // Every typed path is checked before anything is measured or moved; one bad path stops all.
+  std::vector<std::string> requested;
+  bool refused = false;
+  for (const auto& typed : options.paths) {
+    std::string problem;
+    if (auto path = checkTypedPath(typed, quarantine, ctx.home, problem))
+      requested.push_back(*path);
+    else
+      refused = (failure(problem), true);
+  }
+  if (refused) return exitFailure;
+  requested = withoutNested(std::move(requested));
+
+  const auto mode = progressModeFor(ctx, options.noProgress);
+  ProgressLine line(mode);
+  PlanProgress reporter(line, mode == ProgressLine::Mode::terminal);
+  LoadedPlan plan;
+  try {
+    plan = loadCleanupPlan(ctx.home, KnowledgeDictionary::bundled(), installedBundleIDs(defaultAppDirs(ctx.home)),
+                           runningBundleIDs(), ctx.now, {}, [&](const PlanLoadProgress& p) { reporter(p); },
+                           defaultMeasuringThreads(), ctx.stop);
+  } catch (const Cancelled&) {
+    line.finish();
+    warn("중단했습니다. 아무것도 바뀌지 않았습니다.");
+    return exitCancelled;
+  }
+  line.finish();
+
+  std::vector<std::string> ticked;
+  if (options.paths.empty()) {
+    const auto ticks = initialChecked(plan.items);
+    ticked.assign(ticks.begin(), ticks.end());
+  } else {
+    ticked = requested;
+  }
+  const std::set<std::string> checked(ticked.begin(), ticked.end());
+
+  const CleanupSplit preview = splitForExecution(ticked, plan.items, runningBundleIDs());
+  const auto skipped = sized(preview.skippedInUse, plan.items, ctx.home);
+  const auto immediate = sized(preview.immediate, plan.items, ctx.home);
+  const auto held = sized(preview.held, plan.items, ctx.home);
+  int width = 0;
+  for (const auto* group : {&skipped, &immediate, &held})
+    for (const auto& p : *group) width = std::max(width, displayWidth(formatGB(p.bytes)));
+
+  printGroup("실행 중이라 건너뜀 (앱을 종료한 뒤 다시 시도해 주세요)", skipped, width);
+  printGroup("바로 비움 (다시 만들어지는 캐시)", immediate, width);
+  printGroup("7일 보관 (그때까지 되돌릴 수 있음)", held, width);
+  if (immediate.empty() && held.empty()) {
+    fmt::print("지울 항목이 없습니다.\n");
+    return exitOk;
+  }
+  fmt::print("지금 바로 확보 {}\n", formatGB(total(immediate)));
+  fmt::print("7일 뒤 확보 {} — 그때까지 되돌릴 수 있음\n", formatGB(total(held)));
+
+  if (options.dryRun) {
+    fmt::print("미리 보기입니다. 아무것도 바꾸지 않았습니다.\n");
+    return exitOk;
+  }
+  if (!options.yes) {
+    if (!ctx.stdinIsTerminal)
+      return usageError("터미널에서 실행하지 않을 때는 --yes 를 붙여야 지웁니다. 아무것도 바꾸지 않았습니다.");
+    if (!confirmOnTerminal("이대로 진행할까요?", ctx)) {
+      if (ctx.stop.stop_requested()) {
+        warn("중단했습니다. 아무것도 옮기지 않았습니다.");
+        return exitCancelled;
+      }
+      fmt::print("취소했습니다. 아무것도 바꾸지 않았습니다.\n");
+      return exitFailure;
+    }
+  }
+  if (ctx.stop.stop_requested()) {
+    warn("중단했습니다. 아무것도 옮기지 않았습니다.");
+    return exitCancelled;
+  }
+
+  // One last look at what runs: an application started meanwhile keeps its folder.
+  const CleanupOutcome outcome =
+      executeCleanup(ticked, plan.items, checked, runningBundleIDs(), quarantine, ctx.now, ctx.stop);
+
+  if (!outcome.skippedInUse.empty()) {
+    std::string joined;
+    for (const auto& path : outcome.skippedInUse) joined += (joined.empty() ? "~/" : ", ~/") + path;
+    fmt::print("실행 중이라 건너뜀: {} — 앱을 종료한 뒤 다시 시도해 주세요\n", joined);
+  }
+  if (outcome.immediateBatch) {
+    const auto& batch = *outcome.immediateBatch;
+    if (outcome.immediatePurged)
+      fmt::print("바로 비움: {}개 · {}\n", batch.items.size(), formatGB(outcome.freedBytes));
+    else
+      fmt::print("바로 비우지 못해 보관함에 두었습니다: 묶음 {}\n", batch.id);
+  }
+  if (outcome.heldBatch) {
+    int64_t bytes = 0;
+    for (const auto& item : outcome.heldBatch->items) bytes += item.bytes;
+    fmt::print("보관함으로 옮김: {}개 · {} — 묶음 {}\n", outcome.heldBatch->items.size(), formatGB(bytes),
+               outcome.heldBatch->id);
+  }
+  printFailures(outcome.heldBatch);
+  printFailures(outcome.immediateBatch);
+
+  const auto ledger = renderCleanupLedger(cleanupLedger(quarantine.listBatches(), outcome.freedBytes));
+  if (!ledger.empty()) fmt::print("\n");
+  for (const auto& l : ledger) fmt::print("{}\n", l);
+  std::vector<std::string> kept;
+  if (outcome.heldBatch && !outcome.heldBatch->items.empty()) kept.push_back(outcome.heldBatch->id);
+  if (outcome.immediateBatch && !outcome.immediatePurged && !outcome.immediateBatch->items.empty())
+    kept.push_back(outcome.immediateBatch->id);
+  for (const auto& id : kept) fmt::print("되돌리려면: vorlan quarantine restore {}\n", id);
+
+  if (outcome.executeError) return failure(*outcome.executeError);
+  const bool allMoved = (!outcome.heldBatch || outcome.heldBatch->failures.empty()) &&
+                        (!outcome.immediateBatch || outcome.immediateBatch->failures.empty());
+  if (ctx.stop.stop_requested()) {
+    warn("중단했습니다. 옮긴 것은 위와 같고, 나머지는 그대로 두었습니다.");
+    return exitCancelled;
+  }
+  return allMoved ? exitOk : exitFailure;
 }
 
 }  // namespace vorlan::cli

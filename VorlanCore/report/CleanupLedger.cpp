@@ -1,0 +1,48 @@
+#include "report/CleanupLedger.hpp"
+
+#include <algorithm>
+#include <ctime>
+#include <fmt/format.h>
+
+#include "scan/ScanRecords.hpp"
+
+namespace vorlan {
+namespace {
+
+// Padded to eight columns so that the amounts of the lines stand one under the other.
+std::string amount(int64_t bytes) {
+  return fmt::format("{:>8}", fmt::format("{:.1f}GB", static_cast<double>(bytes) / GB));
+}
+
+std::string localDate(int64_t epoch) {
+  const time_t seconds = static_cast<time_t>(epoch);
+  std::tm local{};
+  ::localtime_r(&seconds, &local);
+  return fmt::format("{:04}-{:02}-{:02}", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+}
+
+}  // namespace
+
+CleanupLedger cleanupLedger(const std::vector<QuarantineBatch>& batches, int64_t freedBytes) {
+  CleanupLedger ledger;
+  ledger.freedBytes = freedBytes;
+  for (const auto& batch : batches) {
+    for (const auto& item : batch.items) ledger.movedBytes += item.bytes;
+    // Empty batches count too: the earliest date is the one the user must mind.
+    ledger.expiresEpoch = ledger.expiresEpoch ? std::min(*ledger.expiresEpoch, batch.expiresEpoch)
+                                              : batch.expiresEpoch;
+  }
+  return ledger;
+}
+
+std::vector<std::string> renderCleanupLedger(const CleanupLedger& ledger) {
+  if (ledger.movedBytes < 1 && ledger.freedBytes < 1) return {};
+  std::vector<std::string> lines{
+      "치운 파일 " + amount(ledger.movedBytes) + "   되돌릴 수 있어요",
+      "비운 공간 " + amount(ledger.freedBytes),
+  };
+  if (ledger.expiresEpoch) lines.push_back("보관 기한 " + localDate(*ledger.expiresEpoch));
+  return lines;
+}
+
+}  // namespace vorlan

@@ -1,0 +1,25 @@
+// The three-line account of a cleanup: what sits restorable in the quarantine, what space has
+// really been freed, and until when the quarantined files stay.
+#pragma once
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "quarantine/QuarantineRecords.hpp"
+
+namespace vorlan {
+
+struct CleanupLedger {
+  int64_t movedBytes = 0;                // all items of all batches
+  int64_t freedBytes = 0;                // as the caller counted it
+  std::optional<int64_t> expiresEpoch;   // the earliest expiry; absent without batches
+  bool operator==(const CleanupLedger&) const = default;
+};
+
+CleanupLedger cleanupLedger(const std::vector<QuarantineBatch>& batches, int64_t freedBytes);
+
+// No lines when nothing was moved or freed. The date is shown in the machine's time zone.
+std::vector<std::string> renderCleanupLedger(const CleanupLedger& ledger);
+
+}  // namespace vorlan
