@@ -7,57 +7,11 @@
 namespace vorlan {
 namespace {
 
-// Tab and the space separators of Unicode (category Zs).
-bool isHorizontalBlank(char32_t c) {
-  return c == U'\t' || c == U' ' || c == 0x00A0 || c == 0x1680 || (c >= 0x2000 && c <= 0x200A) ||
-         c == 0x202F || c == 0x205F || c == 0x3000;
-}
-
-// Length in bytes of the blank that `text` starts with, or 0.
-size_t leadingBlank(std::string_view text) {
-  if (text.empty()) return 0;
-  auto b = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-  // File names need not be valid UTF-8: a broken sequence is never a blank.
-  auto continues = [&](size_t i) { return i < text.size() && (b(i) & 0xC0) == 0x80; };
-  if (b(0) < 0x80) return isHorizontalBlank(b(0)) ? 1 : 0;
-  if ((b(0) & 0xE0) == 0xC0 && continues(1)) {
-    char32_t c = ((b(0) & 0x1Fu) << 6) | (b(1) & 0x3Fu);
-    return isHorizontalBlank(c) ? 2 : 0;
-  }
-  if ((b(0) & 0xF0) == 0xE0 && continues(1) && continues(2)) {
-    char32_t c = ((b(0) & 0x0Fu) << 12) | ((b(1) & 0x3Fu) << 6) | (b(2) & 0x3Fu);
-    return isHorizontalBlank(c) ? 3 : 0;
-  }
-  return 0;  // four-byte sequences hold no blanks
-}
-
-// Length in bytes of the blank that `text` ends with, or 0.
-size_t trailingBlank(std::string_view text) {
-  // Every blank is at most three bytes long; find where the last character starts.
-  size_t start = text.size();
-  for (size_t back = 1; back <= 3 && back <= text.size(); ++back) {
-    unsigned char c = static_cast<unsigned char>(text[text.size() - back]);
-    if ((c & 0xC0) != 0x80) {
-      start = text.size() - back;
-      break;
-    }
-  }
-  if (start == text.size()) return 0;
-  size_t length = leadingBlank(text.substr(start));
-  return length == text.size() - start ? length : 0;
-}
-
 bool allAsciiDigits(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
 }  // namespace
-
-std::string_view trimBlanks(std::string_view text) {
-  while (size_t n = leadingBlank(text)) text.remove_prefix(n);
-  while (size_t n = trailingBlank(text)) text.remove_suffix(n);
-  return text;
-}
 
 std::vector<std::string_view> splitLines(std::string_view text) {
   std::vector<std::string_view> lines;

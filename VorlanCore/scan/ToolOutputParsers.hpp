@@ -5,13 +5,12 @@
 #include <string_view>
 #include <vector>
 
+// trimBlanks, the one trim the system uses for tool output and configuration alike: tabs,
+// spaces and the other Unicode space separators, never line feeds.
+#include "network/TextTrim.hpp"
 #include "scan/ScanRecords.hpp"
 
 namespace vorlan {
-
-// Removes tabs, spaces and the other horizontal blanks of Unicode from both ends. Line feeds
-// and carriage returns stay.
-std::string_view trimBlanks(std::string_view text);
 
 // The non-empty pieces of `text` between line feeds, in order.
 std::vector<std::string_view> splitLines(std::string_view text);
