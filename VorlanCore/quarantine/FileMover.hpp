@@ -34,14 +34,14 @@ class DirHandle {
 struct FileFaults {
   // Asked before each rename of a move; a non-zero errno value stands in for the rename's
   // failure (EXDEV sends the move down the copy path).
-  std::function<int(std::string_view fromName, std::string_view toName)> rename;
+  std::function<int(std::string_view fromName, std::string_view toName)> rename = {};
   // Asked before each block that a copy writes, with the bytes this move wrote so far; a
   // non-zero errno value fails that write.
-  std::function<int(int64_t written)> copyWrite;
+  std::function<int(int64_t written)> copyWrite = {};
   // Told when a move of `relative` reaches a point: "intent" (journal written), "copied"
   // (complete under its temporary name), "placed" (renamed into place, source not yet
   // removed), "moved" (done), and "manifest" (before the manifest is written).
-  std::function<void(std::string_view point, std::string_view relative)> checkpoint;
+  std::function<void(std::string_view point, std::string_view relative)> checkpoint = {};
 };
 
 // Opens `relative` (a normalised path without "..") below `base`, one component at a time,

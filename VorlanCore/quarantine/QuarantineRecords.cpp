@@ -73,9 +73,9 @@ std::string encodeManifest(const QuarantineBatch& batch) {
            {"failures", batch.failures},
            {"id", batch.id},
            {"items", std::move(items)}};
-  // `move` refuses names that are not UTF-8 before moving them, so this cannot throw for a batch
-  // it built; a text that JSON cannot hold must not be written in an altered form.
-  return doc.dump(2) + "\n";
+  // `move` never moves a name that is not UTF-8, so items are always exact; such a name can
+  // only stand among the failures, where a replacement character loses no file.
+  return doc.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 QuarantineBatch decodeManifest(std::string_view json) {
