@@ -148,14 +148,6 @@ TEST(CleanupPlan, DeletePathsMakeARowExplainOnly) {
   EXPECT_EQ(rows[0].deletePaths, std::vector<std::string>{".cache/tool/downloads"});
   EXPECT_FALSE(rows[0].isExecutable());
 
-  struct Case { CleanupVerdict verdict; bool hasDeletePaths; bool executable; };
-  for (auto c : {Case{CleanupVerdict::keep, false, false}, Case{CleanupVerdict::unknown, false, true},
-                 Case{CleanupVerdict::inUse, false, true}, Case{CleanupVerdict::orphan, true, false}}) {
-    CleanupItem item;
-    item.verdict = c.verdict;
-    if (c.hasDeletePaths) item.deletePaths = {"x"};
-    EXPECT_EQ(item.isExecutable(), c.executable) << rawValue(c.verdict);
-  }
 }
 
 TEST(CleanupPlan, RowsLargestFirstThenByNameAndTotals) {
@@ -173,15 +165,6 @@ TEST(CleanupPlan, RowsLargestFirstThenByNameAndTotals) {
                                              ".npm/com.gone.y", ".npm/c"}));
   EXPECT_EQ(cleanupTotals(rows), (CleanupTotals{500, 1400}));
   EXPECT_TRUE(buildCleanupPlan(".npm", {}, {}, {}, {}, kNow, {}).empty());
-}
-
-TEST(CleanupPlan, VerdictRawValuesRoundTrip) {
-  const char* raws[] = {"orphan", "stale", "regenerable", "in_use", "needs_review", "keep", "unknown"};
-  for (size_t i = 0; i < cleanupVerdictAllCases.size(); ++i) {
-    EXPECT_EQ(rawValue(cleanupVerdictAllCases[i]), raws[i]);
-    EXPECT_EQ(cleanupVerdictFromRaw(raws[i]), cleanupVerdictAllCases[i]);
-  }
-  EXPECT_EQ(cleanupVerdictFromRaw("inUse"), std::nullopt);
 }
 
 TEST(CleanupPlan, InheritsFromTheClosestHomeRule) {

@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <string>
 
-#include "Cancelled.hpp"
 #include "cleanup/UsageMeasurement.hpp"
 #include "support/TestSupport.hpp"
 
@@ -182,15 +181,6 @@ TEST(UsageMeasurement, ChildFoldersOnly) {
   EXPECT_FALSE(missing.listed);
   EXPECT_TRUE(missing.missing);
   EXPECT_FALSE(childFolders(parent / "loose-file").missing);
-}
-
-TEST(UsageMeasurement, StopRequestCancelsTheWalk) {
-  test::TempDir tmp;
-  fs::create_directories(tmp / "x" / "y");
-  std::stop_source source;
-  source.request_stop();
-  EXPECT_THROW(walkTree(tmp / "x", source.get_token()), Cancelled);
-  EXPECT_NO_THROW(walkTree(tmp / "x", std::stop_source().get_token()));
 }
 
 }  // namespace

@@ -108,7 +108,7 @@ TEST_F(PlanCommand, ProgressAndUnreadableParentGoToStderr) {
   const auto withProgress = plan({"--json"});
   ASSERT_EQ(withProgress.exitCode, 0) << withProgress.err;
   EXPECT_NE(withProgress.err.find("재는 중"), std::string::npos) << withProgress.err;
-  EXPECT_NO_THROW((void)nlohmann::json::parse(withProgress.out));
+  EXPECT_TRUE(nlohmann::json::accept(withProgress.out));
 
   if (test::runningAsRoot()) GTEST_SKIP() << "root reads every folder";
   fs::permissions(home / "Library/Application Support", fs::perms::none);
