@@ -74,13 +74,13 @@ std::optional<std::string> checkTypedPath(const std::string& typed, const Quaran
       problem = fmt::format("홈 폴더 밖으로 이어지는 링크를 거치는 경로는 지울 수 없습니다: {}", typed);
     return std::nullopt;
   }
+  if (isBelowOrSame(checked.relative, ".vorlan")) {
+    problem = fmt::format("Vorlan 자신의 보관 폴더는 지울 수 없습니다: ~/{}", checked.relative);
+    return std::nullopt;
+  }
   struct stat st;
   if (::lstat(checked.location.c_str(), &st) != 0) {
     problem = fmt::format("없는 경로입니다: ~/{}", checked.relative);
-    return std::nullopt;
-  }
-  if (isBelowOrSame(checked.relative, ".vorlan") || isBelowOrSame(".vorlan", checked.relative)) {
-    problem = fmt::format("Vorlan 자신의 보관 폴더는 지울 수 없습니다: ~/{}", checked.relative);
     return std::nullopt;
   }
   return checked.relative;

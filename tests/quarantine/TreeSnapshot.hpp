@@ -5,6 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -24,6 +27,25 @@ struct TreeEntry {
 };
 
 using Tree = std::map<std::string, TreeEntry>;
+
+// Small files by their bytes; larger ones by length and a 64-bit FNV-1a of their bytes, so
+// that big trees compare without holding every file in memory.
+inline std::string fileFingerprint(const std::filesystem::path& file) {
+  FILE* in = std::fopen(file.c_str(), "rb");
+  if (!in) return "<unreadable>";
+  std::string head;
+  uint64_t hash = 1469598103934665603ull;
+  uint64_t length = 0;
+  char buffer[65536];
+  for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, in)) > 0;) {
+    if (head.size() < 4096) head.append(buffer, std::min(n, 4096 - head.size()));
+    for (size_t i = 0; i < n; ++i) hash = (hash ^ static_cast<unsigned char>(buffer[i])) * 1099511628211ull;
+    length += n;
+  }
+  std::fclose(in);
+  if (length <= 4096) return head;
+  return "<" + std::to_string(length) + " bytes, fnv " + std::to_string(hash) + ">";
+}
 
 inline void snapshotInto(const std::filesystem::path& folder, const std::string& prefix, Tree& tree,
                          const std::set<std::string>& skip) {
@@ -55,8 +77,8 @@ inline void snapshotInto(const std::filesystem::path& folder, const std::string&
       tree[rel] = entry;
     } else if (S_ISREG(st.st_mode)) {
       entry.kind = 'f';
-      entry.data = readFile(full);
-      tree[rel] = entry;
+      entry.data = fileFingerprint(full);
+      tree[rel] = std::move(entry);
     } else {
       entry.kind = 'o';
       tree[rel] = entry;
