@@ -104,8 +104,8 @@ std::vector<CleanupItem> explainPlan(const std::vector<CleanupItem>& items,
   return explainedItems;
 }
 
-void shareCleanupEvents(const CleanupEventList& events, const KnowledgeDictionary& dictionary,
-                        const CliContext& ctx) {
+void shareCleanupEvents(const std::vector<CleanupEvent>& events,
+                        const KnowledgeDictionary& dictionary, const CliContext& ctx) {
   const auto config = Telemetry::currentConfig();
   if (!config) {
     warn("통계 서버가 설정되지 않아 정리 기록을 보내지 않았습니다.");
@@ -113,11 +113,11 @@ void shareCleanupEvents(const CleanupEventList& events, const KnowledgeDictionar
   }
   auto transport = transportFor(ctx);
   size_t sent = 0, failed = 0;
-  for (const auto& [name, items] : events) {
-    if (items.empty()) continue;  // an empty event is never built
-    const auto event =
-        Telemetry::buildCleanupEvent(name, items, dictionary, std::nullopt, ctx.home);
-    (Telemetry::sendCleanupEvent(event, transport, config) ? sent : failed) += 1;
+  for (const auto& event : events) {
+    if (event.items.empty()) continue;  // an empty event is never built
+    const auto built =
+        Telemetry::buildCleanupEvent(event.event, event.items, dictionary, std::nullopt, ctx.home);
+    (Telemetry::sendCleanupEvent(built, transport, config) ? sent : failed) += 1;
   }
   if (failed > 0)
     warn("정리 기록을 보내지 못했습니다. 정리 결과에는 영향이 없습니다.");

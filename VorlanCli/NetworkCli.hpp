@@ -4,10 +4,10 @@
 #pragma once
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "CliSupport.hpp"
+#include "cleanup/CleanupExecution.hpp"
 #include "cleanup/CleanupPlan.hpp"
 #include "cleanup/KnowledgeDictionary.hpp"
 #include "scan/ScanRecords.hpp"
@@ -29,10 +29,9 @@ void shareScanReport(const DeepScanResult& result, std::optional<double> systemD
 std::vector<CleanupItem> explainPlan(const std::vector<CleanupItem>& items,
                                      const KnowledgeDictionary& dictionary, const CliContext& ctx);
 
-// `clean --share`: sends one event per entry ("deleted", "purged_immediate", "unchecked", …)
-// whose item list is not empty, when a back-end is configured.
-using CleanupEventList = std::vector<std::pair<std::string, std::vector<CleanupItem>>>;
-void shareCleanupEvents(const CleanupEventList& events, const KnowledgeDictionary& dictionary,
-                        const CliContext& ctx);
+// `clean --share`: sends each event of the run ("deleted", "purged_immediate", "unchecked")
+// whose item list is not empty, when a back-end is configured. One line on stderr at most.
+void shareCleanupEvents(const std::vector<CleanupEvent>& events,
+                        const KnowledgeDictionary& dictionary, const CliContext& ctx);
 
 }  // namespace vorlan::cli

@@ -133,12 +133,5 @@ TEST(ExplainFetch, AnswersNeverNameWhatToDelete) {
   EXPECT_EQ(*answer, expected);
 }
 
-TEST(ExplainEndpoint, VariableWinsEvenWhenEmpty) {
-  EXPECT_EQ(Explain::endpointInForce({{"VORLAN_EXPLAIN_ENDPOINT", ""}}), "");
-  EXPECT_EQ(Explain::endpointInForce({{"VORLAN_EXPLAIN_ENDPOINT", "https://e.example"}}),
-            "https://e.example");
-  EXPECT_EQ(Explain::endpointInForce({}), Explain::defaultEndpoint);
-}
-
 }  // namespace
 }  // namespace vorlan

@@ -114,18 +114,6 @@ TEST(TelemetryConfig, BlankVariableSwitchesOffEvenWithBuiltInDefaults) {
   });
 }
 
-TEST(TelemetryConfig, TableURLHasExactlyOneSlashBeforeRest) {
-  struct Case {
-    std::string_view base, expected;
-  };
-  const Case cases[] = {
-      {"https://p.supabase.co", "https://p.supabase.co/rest/v1/scan_reports"},
-      {"https://p.supabase.co/", "https://p.supabase.co/rest/v1/scan_reports"},
-      {"http://127.0.0.1:54321", "http://127.0.0.1:54321/rest/v1/scan_reports"},
-  };
-  for (const auto& c : cases) EXPECT_EQ(Telemetry::tableURL(c.base, "scan_reports"), c.expected);
-}
-
 TEST(TelemetryConfig, RequestsThatCannotBeMadeAreFalse) {
   ForbiddenTransport forbidden;
   Telemetry::Payload payload;
@@ -192,12 +180,6 @@ TEST(InstallID, AFolderInThePlaceOfTheFileGivesUnknown) {
   std::filesystem::create_directories(file);
   EXPECT_EQ(Telemetry::installID(file), "unknown");
   EXPECT_TRUE(std::filesystem::is_directory(file));
-}
-
-TEST(InstallID, NewIdsAreRandomUUIDs) {
-  const std::string a = Telemetry::newUUID(), b = Telemetry::newUUID();
-  EXPECT_TRUE(std::regex_match(a, uuidForm)) << a;
-  EXPECT_NE(a, b);
 }
 
 }  // namespace

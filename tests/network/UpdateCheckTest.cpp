@@ -130,8 +130,6 @@ TEST(UpdateCheckTest, EndpointFormsAndTheSwitchOff) {
       EXPECT_FALSE(info) << c.endpoint;
     }
   }
-  EXPECT_EQ(UpdateCheck::endpointInForce({{"VORLAN_UPDATE_ENDPOINT", ""}}), "");
-  EXPECT_EQ(UpdateCheck::endpointInForce({}), UpdateCheck::defaultEndpoint);
 }
 
 }  // namespace
