@@ -117,7 +117,9 @@ TEST(NetworkCli, VersionTellsOfANewerPublishedVersionAndIsSilentOtherwise) {
     EXPECT_EQ(outcome.exitCode, 0) << c.name;
     EXPECT_EQ(outcome.out, "vorlan 0.2.4\n" + c.extraLine) << c.name;
     EXPECT_EQ(outcome.err, "") << c.name;
-    if (server) EXPECT_EQ(server->requests().size(), 1u) << c.name;
+    if (server) {
+      EXPECT_EQ(server->requests().size(), 1u) << c.name;
+    }
   }
 }
 
