@@ -53,39 +53,15 @@ std::optional<fs::path> postgresBinaries() {
   return found.back();
 }
 
-// initdb and postgres refuse to run as root; as root the server runs as "nobody".
+// A cluster in its own folder under /tmp: short enough for a socket path, and reachable by the
+// unprivileged user that runs the server when the test runs as root (initdb and postgres
+// refuse root). The destructor always stops the server and removes the folder.
 class ThrowawayPostgres {
  public:
-  ThrowawayPostgres(fs::path bin, const fs::path& folder) : bin_(std::move(bin)), folder_(folder) {
-    fs::create_directories(socketDir());
-    if (test::runningAsRoot()) {
-      passwd* nobody = ::getpwnam("nobody");
-      if (!nobody) throw std::runtime_error("no user 'nobody' to run the server as");
-      for (const auto& path : {folder_, socketDir()})
-        if (::chown(path.c_str(), nobody->pw_uid, nobody->pw_gid) != 0)
-          throw std::runtime_error("chown failed");
-      if (auto runuser = onPath("runuser"))
-        asServer_ = {runuser->string(), "-u", "nobody", "--"};
-      else if (auto setpriv = onPath("setpriv"))
-        asServer_ = {setpriv->string(), "--reuid=nobody", "--regid=" + std::to_string(nobody->pw_gid),
-                     "--clear-groups", "--"};
-      else
-        throw std::runtime_error("neither runuser nor setpriv found to leave root");
-    }
-    auto init = server({(bin_ / "initdb").string(), "-D", dataDir().string(), "-U", "postgres",
-                        "--auth=trust", "--locale=C", "--encoding=UTF8", "--no-sync"},
-                       120);
-    if (init.exitCode != 0) throw std::runtime_error("initdb failed: " + init.out + init.err);
-    const std::string serverOptions = "-k " + socketDir().string() +
-                                      " -c listen_addresses='' -c fsync=off";
-    auto start = server({(bin_ / "pg_ctl").string(), "-D", dataDir().string(), "-l",
-                         (folder_ / "server.log").string(), "-w", "-t", "30", "-o", serverOptions,
-                         "start"},
-                        40);
-    started_ = true;
-    if (start.exitCode != 0)
-      throw std::runtime_error("server did not start: " + start.out + start.err +
-                               test::readFile(folder_ / "server.log"));
+  explicit ThrowawayPostgres(fs::path bin) : bin_(std::move(bin)) {
+    std::string tmpl = "/tmp/vorlan-pg-XXXXXX";
+    if (!::mkdtemp(tmpl.data())) throw std::runtime_error("mkdtemp failed");
+    folder_ = tmpl;
   }
 
   ~ThrowawayPostgres() {
@@ -93,6 +69,40 @@ class ThrowawayPostgres {
       server({(bin_ / "pg_ctl").string(), "-D", dataDir().string(), "-m", "immediate", "-w",
               "-t", "30", "stop"},
              40);
+    std::error_code ec;
+    fs::remove_all(folder_, ec);
+  }
+
+  // Empty when the server runs; else what went wrong.
+  std::string start() {
+    fs::create_directories(socketDir());
+    if (test::runningAsRoot()) {
+      passwd* nobody = ::getpwnam("nobody");
+      if (!nobody) return "no user 'nobody' to run the server as";
+      for (const auto& path : {folder_, socketDir()})
+        if (::chown(path.c_str(), nobody->pw_uid, nobody->pw_gid) != 0) return "chown failed";
+      if (auto runuser = onPath("runuser"))
+        asServer_ = {runuser->string(), "-u", "nobody", "--"};
+      else if (auto setpriv = onPath("setpriv"))
+        asServer_ = {setpriv->string(), "--reuid=nobody", "--regid=" + std::to_string(nobody->pw_gid),
+                     "--clear-groups", "--"};
+      else
+        return "neither runuser nor setpriv found to leave root";
+    }
+    auto init = server({(bin_ / "initdb").string(), "-D", dataDir().string(), "-U", "postgres",
+                        "--auth=trust", "--locale=C", "--encoding=UTF8", "--no-sync"},
+                       120);
+    if (init.exitCode != 0) return "initdb failed: " + init.out + init.err;
+    const std::string serverOptions = "-k " + socketDir().string() +
+                                      " -c listen_addresses='' -c fsync=off";
+    started_ = true;  // pg_ctl may leave a server behind even when it gives up waiting
+    auto start = server({(bin_ / "pg_ctl").string(), "-D", dataDir().string(), "-l",
+                         (folder_ / "server.log").string(), "-w", "-t", "30", "-o", serverOptions,
+                         "start"},
+                        40);
+    if (start.exitCode != 0)
+      return "server did not start: " + start.out + start.err + test::readFile(folder_ / "server.log");
+    return {};
   }
 
   // Runs `script` through psql as the superuser; `variables` become psql variables.
@@ -138,8 +148,9 @@ std::string payloadColumn(const std::string& envelope) {
 TEST(BackendSchema, AnonMayInsertReportsAndNothingElse) {
   auto bin = postgresBinaries();
   if (!bin) GTEST_SKIP() << "no PostgreSQL server binaries (initdb, pg_ctl, postgres) installed";
-  test::TempDir folder;
-  ThrowawayPostgres db(*bin, folder.path());
+  ThrowawayPostgres db(*bin);
+  const std::string problem = db.start();
+  ASSERT_EQ(problem, "");
 
   const std::string schema = test::readFile(fs::path(VORLAN_SOURCE_DIR) / "backend/schema.sql");
   ASSERT_FALSE(schema.empty());
