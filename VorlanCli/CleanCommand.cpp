@@ -225,6 +225,16 @@ int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
   }
   line.finish();
 
+  // A row the plan keeps (wallets, address books, …) or explains only by narrower paths is
+  // never carried out, also when it is named by hand.
+  bool forbidden = false;
+  for (const auto& path : requested) {
+    auto row = std::find_if(plan.items.begin(), plan.items.end(), [&](const CleanupItem& i) { return i.path == path; });
+    if (row != plan.items.end() && !row->isExecutable())
+      forbidden = (failure(fmt::format("정리 계획에서 지울 수 없다고 본 항목입니다: ~/{}", path)), true);
+  }
+  if (forbidden) return exitFailure;
+
   std::vector<std::string> ticked;
   if (options.paths.empty()) {
     const auto ticks = initialChecked(plan.items);

@@ -38,7 +38,8 @@ struct FileFaults {
   // Asked before each block that a copy writes, with the bytes this move wrote so far; a
   // non-zero errno value fails that write.
   std::function<int(int64_t written)> copyWrite = {};
-  // Told when a move of `relative` reaches a point: "intent" (journal written), "copied"
+  // Told when a move of `relative` reaches a point: "intent" (journal written, nothing made
+  // in the batch yet), "copied"
   // (complete under its temporary name), "placed" (renamed into place, source not yet
   // removed), "moved" (done), and "manifest" (before the manifest is written).
   std::function<void(std::string_view point, std::string_view relative)> checkpoint = {};

@@ -345,8 +345,9 @@ QuarantineBatch Quarantine::move(const std::vector<std::string>& paths, int64_t 
       }
       const int64_t bytes = measureItem(source.location);
       const std::string storedParent = parentOf(relative);
-      DirHandle toDir = makeFoldersBelow(batchDir, storedParent, 0700);
       const std::string partial = newPartialName();
+      // Written before anything is made in the batch, so that all a crash can leave there is
+      // accounted for by the journal.
       try {
         journal.append({relative, relative, joinRelative(storedParent, partial)});
       } catch (const std::system_error&) {
@@ -354,6 +355,7 @@ QuarantineBatch Quarantine::move(const std::vector<std::string>& paths, int64_t 
         throw;
       }
       checkpoint(faults.get(), "intent", relative);
+      DirHandle toDir = makeFoldersBelow(batchDir, storedParent, 0700);
       moveEntry(fromDir, from->name, toDir, lastComponent(relative), partial, faults.get(), relative);
       batch.items.push_back({relative, relative, bytes});
       checkpoint(faults.get(), "moved", relative);

@@ -135,6 +135,13 @@ TEST_F(CleanCommand, BadPathsAreRefusedOneLineEachAndNothingMoves) {
     EXPECT_EQ(run.out, "");
     EXPECT_EQ(treeDifference(before, wholeTree()), "");
   }
+  // A folder the plan keeps can't be named by hand either.
+  test::writeFile(home / "Library/Application Support/Bitcoin/wallet.dat", "coins");
+  const auto kept = vorlan({"clean", "--yes", "--no-progress", "Documents/notes", "Library/Application Support/Bitcoin"});
+  EXPECT_EQ(kept.exitCode, 1);
+  EXPECT_EQ(kept.err, "vorlan: 정리 계획에서 지울 수 없다고 본 항목입니다: ~/Library/Application Support/Bitcoin\n");
+  EXPECT_TRUE(fs::exists(home / "Documents/notes/a.txt"));
+  EXPECT_TRUE(fs::exists(home / "Library/Application Support/Bitcoin/wallet.dat"));
   // Two bad paths: one line for each.
   const auto run = vorlan({"clean", "--yes", "/etc", "nope"});
   EXPECT_EQ(lines(run.err).size(), 2u) << run.err;

@@ -251,6 +251,7 @@ TEST_F(QuarantineFaults, KilledMoveIsBroughtBackByRecover) {
     std::vector<std::string> kept;
   };
   const Case cases[] = {
+      {"first journal line, nothing made yet", "intent", "Docs/a", false, RecoverState::emptied, {}},
       {"journal written, not yet renamed", "intent", "Docs/b", false, RecoverState::emptied, {}},
       {"second item renamed", "moved", "Docs/b", false, RecoverState::emptied, {}},
       {"all moved, no manifest yet", "manifest", "", false, RecoverState::emptied, {}},
