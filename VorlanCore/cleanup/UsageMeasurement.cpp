@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <unordered_set>
 
 #include "Cancelled.hpp"
 
@@ -37,19 +36,6 @@ constexpr size_t kAnchorAfter = 2048;
 
 constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-struct InodeKey {
-  dev_t dev;
-  ino_t ino;
-  bool operator==(const InodeKey&) const = default;
-};
-
-struct InodeHash {
-  size_t operator()(const InodeKey& key) const noexcept {
-    return std::hash<uint64_t>{}(static_cast<uint64_t>(key.ino) * 0x9E3779B97F4A7C15ull ^
-                                 static_cast<uint64_t>(key.dev));
-  }
-};
-
 int64_t allocatedBytes(const struct stat& st) { return static_cast<int64_t>(st.st_blocks) * 512; }
 
 int64_t modificationSeconds(const struct stat& st) {
@@ -68,8 +54,8 @@ bool isDotOrDotDot(const char* name) {
 
 UsageStat walkTree(const std::filesystem::path& folder, std::stop_token stop) {
   UsageStat stat;
-  // Names of a file with several links are counted once: the same bytes are not freed twice.
-  std::unordered_set<InodeKey, InodeHash> linkedSeen;
+  // Every name counts with its blocks, hard links included: the walk adds what it lists and
+  // keeps no table of files seen, so its memory does not grow with the tree.
   std::vector<PendingFolder> stack;
   stack.push_back({nullptr, folder.string()});
 
@@ -105,8 +91,6 @@ UsageStat walkTree(const std::filesystem::path& folder, std::stop_token stop) {
       struct stat st;
       if (::fstatat(fd, child->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
       const auto type = st.st_mode & S_IFMT;
-      if (type != S_IFDIR && st.st_nlink > 1 && !linkedSeen.insert({st.st_dev, st.st_ino}).second)
-        continue;
       stat.bytes += allocatedBytes(st);
       if (type == S_IFDIR) {
         std::string relative = childPrefix.empty() ? std::string(child->d_name)

@@ -30,7 +30,7 @@ void writeFileWithMtime(const fs::path& path, size_t bytes, int64_t mtime) {
   setMtime(path, mtime);
 }
 
-TEST(UsageMeasurement, CountsAllocatedBlocksNeverFollowsLinksAndCountsHardLinksOnce) {
+TEST(UsageMeasurement, CountsAllocatedBlocksNeverFollowsLinksAndCountsEveryHardLinkName) {
   test::TempDir tmp;
   const auto root = tmp / "root";
   const auto outside = tmp / "outside";
@@ -61,12 +61,13 @@ TEST(UsageMeasurement, CountsAllocatedBlocksNeverFollowsLinksAndCountsHardLinksO
   const UsageStat stat = walkTree(root);
   const int64_t expected = allocated(root / "a") + allocated(root / "a" / "data") +
                            allocated(sparse) + allocated(root / "b") +
-                           allocated(root / "b" / "hard1") + allocated(root / "link-to-file") +
+                           allocated(root / "b" / "hard1") + allocated(root / "b" / "hard2") +
+                           allocated(root / "link-to-file") +
                            allocated(root / "link-to-folder") + allocated(root / "fifo") +
                            allocated(root / "newer-folder");
   EXPECT_EQ(stat.bytes, expected);
   EXPECT_LT(stat.bytes, 1'000'000) << "apparent size or a link target was counted";
-  EXPECT_EQ(stat.fileCount, 3);  // data, sparse and the two names of one file
+  EXPECT_EQ(stat.fileCount, 4);  // data, sparse and both names of one file
   EXPECT_EQ(stat.lastChangedEpoch, 2000);
 
   // measureItem adds the folder's own blocks; a link is only its own blocks.
