@@ -18,7 +18,7 @@ struct UsageStat {
 };
 
 // Everything below `folder`, not counting the folder's own blocks. What cannot be read adds
-// nothing. A file with several hard links counts once per walk. Throws Cancelled only when
+// nothing. Every name of a hard-linked file counts. Throws Cancelled only when
 // `stop` is requested.
 UsageStat walkTree(const std::filesystem::path& folder, std::stop_token stop = {});
 
