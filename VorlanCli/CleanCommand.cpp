@@ -317,7 +317,12 @@ int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
     kept.push_back(outcome.immediateBatch->id);
   for (const auto& id : kept) fmt::print("되돌리려면: vorlan quarantine restore {}\n", id);
 
-  if (outcome.executeError) return failure(*outcome.executeError);
+  if (outcome.executeError) {
+    failure(*outcome.executeError);
+    // What a failed move had already taken waits in a folder without a manifest.
+    if (!quarantine.orphanedFolders().empty()) warn("옮기던 것을 제자리로 돌리려면: vorlan quarantine recover");
+    return exitFailure;
+  }
   const bool allMoved = (!outcome.heldBatch || outcome.heldBatch->failures.empty()) &&
                         (!outcome.immediateBatch || outcome.immediateBatch->failures.empty());
   if (ctx.stop.stop_requested()) {

@@ -144,11 +144,18 @@ TEST_F(QuarantineFaults, MoveAcrossFileSystemsKeepsModesTimesAndLinks) {
   // The quarantine on a second file system, so that the move has to copy.
   SmallFileSystem other(dir / "other", "64m");
   fs::path root;
-  TempDir shm;  // unused when a mount is possible
+  struct RemovedAtEnd {
+    fs::path path;
+    ~RemovedAtEnd() {
+      std::error_code ec;
+      if (!path.empty()) fs::remove_all(path, ec);
+    }
+  } shm;
   if (other.mounted()) {
     root = other.path() / "quarantine";
   } else if (fs::is_directory("/dev/shm") && deviceOf("/dev/shm") != deviceOf(dir.path())) {
-    root = "/dev/shm/vorlan-test-" + std::to_string(::getpid()) + "/quarantine";
+    shm.path = "/dev/shm/vorlan-test-" + std::to_string(::getpid());
+    root = shm.path / "quarantine";
   } else {
     GTEST_SKIP() << "no second file system to move across";
   }
@@ -191,7 +198,6 @@ TEST_F(QuarantineFaults, MoveAcrossFileSystemsKeepsModesTimesAndLinks) {
   EXPECT_TRUE(restored.failed.empty());
   EXPECT_EQ(treeDifference(before, homeTree()), "");
   EXPECT_TRUE(partialCopies(home).empty());
-  if (!other.mounted()) fs::remove_all(root.parent_path());
 }
 
 TEST_F(QuarantineFaults, CopyFailingHalfwayLeavesTheSourceWhole) {
