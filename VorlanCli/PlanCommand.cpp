@@ -8,6 +8,7 @@
 
 #include "Cancelled.hpp"
 #include "Commands.hpp"
+#include "NetworkCli.hpp"
 #include "cleanup/AppOwnership.hpp"
 #include "cleanup/CleanupSession.hpp"
 
@@ -19,6 +20,7 @@ struct PlanOptions {
   bool json = false;
   bool all = false;
   bool noProgress = false;
+  bool explain = false;
 };
 
 // Short labels for the verdict column; the row's own words follow below it.
@@ -155,9 +157,14 @@ int runPlan(const std::vector<std::string>& args, const CliContext& ctx) {
       options.all = true;
     else if (arg == "--no-progress")
       options.noProgress = true;
+    else if (arg == "--explain")
+      options.explain = true;
     else
       return usageError(fmt::format("'plan'이 모르는 인자입니다: {}", arg));
   }
+  // The explanation's request and answers are printed for a person; they would break JSON.
+  if (options.explain && options.json)
+    return usageError("--explain 과 --json 은 함께 쓸 수 없습니다.");
 
   const auto mode = progressModeFor(ctx, options.noProgress);
   ProgressLine line(mode);
@@ -165,8 +172,8 @@ int runPlan(const std::vector<std::string>& args, const CliContext& ctx) {
   const PlanLoadProgressFn progress = [&](const PlanLoadProgress& p) { reporter(p); };
 
   LoadedPlan plan;
+  const auto dictionary = KnowledgeDictionary::bundled();
   try {
-    const auto dictionary = KnowledgeDictionary::bundled();
     const auto installed = installedBundleIDs(defaultAppDirs(ctx.home));
     const auto running = runningBundleIDs();
     plan = loadCleanupPlan(ctx.home, dictionary, installed, running, ctx.now, {}, progress,
@@ -179,6 +186,7 @@ int runPlan(const std::vector<std::string>& args, const CliContext& ctx) {
   line.finish();
   for (const auto& parent : plan.unreadableParents)
     warn(fmt::format("읽을 수 없어 건너뜀: ~/{}", parent));
+  if (options.explain) plan.items = explainPlan(plan.items, dictionary, ctx);
 
   const auto shown = options.all ? plan.items : visibleItems(plan.items);
   if (options.json)

@@ -7,6 +7,7 @@
 
 #include "Cancelled.hpp"
 #include "Commands.hpp"
+#include "NetworkCli.hpp"
 #include "report/Ledger.hpp"
 #include "report/MarkdownReport.hpp"
 #include "report/TextReport.hpp"
@@ -21,6 +22,8 @@ struct ScanOptions {
   std::optional<std::filesystem::path> saveFolder;  // set when --save was given
   bool json = false;
   bool noProgress = false;
+  bool share = false;         // the user's consent for this run
+  bool sharePreview = false;  // show what would be sent, send nothing
 };
 
 // Parses the options; on bad input returns the Korean line to show.
@@ -62,6 +65,10 @@ std::variant<ScanOptions, std::string> parseScanOptions(const std::vector<std::s
       options.json = true;
     } else if (arg == "--no-progress") {
       options.noProgress = true;
+    } else if (arg == "--share") {
+      options.share = true;
+    } else if (arg == "--share-preview") {
+      options.share = options.sharePreview = true;
     } else {
       return fmt::format("알 수 없는 옵션입니다: {}", arg);
     }
@@ -111,6 +118,7 @@ int runScan(const std::vector<std::string>& args, const CliContext& ctx) {
   if (options.saveFolder)
     if (auto problem = checkSaveFolder(*options.saveFolder)) return failure(*problem);
 
+  if (options.share) printConsent();
   ProgressLine progress(progressModeFor(ctx, options.noProgress));
   ProcessToolRunner runner;
   DeepScanner scanner(runner, ctx.home, defaultHasBinary);
@@ -133,6 +141,8 @@ int runScan(const std::vector<std::string>& args, const CliContext& ctx) {
   else
     fmt::print("{}", terminalReport(result, options.systemDataGB, durationS));
   std::fflush(stdout);
+  if (options.share)
+    shareScanReport(result, options.systemDataGB, durationS, options.sharePreview, ctx);
 
   if (options.saveFolder) {
     const std::string date = isoToday(ctx.now);

@@ -16,15 +16,19 @@ constexpr std::string_view kHelp =
     R"(Vorlan — '시스템 데이터'가 무엇으로 차 있는지 재고, 안전하게 비울 수 있는 것을 찾습니다.
 
 사용법:
-  vorlan scan [--system-data GB] [--save [DIR]] [--json] [--no-progress]
+  vorlan scan [--system-data GB] [--save [DIR]] [--json] [--no-progress] [--share [--share-preview]]
       홈 폴더를 du 로 실측하고 규칙표로 등급을 매겨 리포트를 출력합니다 (읽기 전용).
       --system-data GB  설정 > 일반 > 저장 공간의 '시스템 데이터' 수치 (예: 123.4)
       --save [DIR]      Markdown 리포트 파일도 저장 (기본: ~/Desktop)
       --json            텍스트 리포트 대신 JSON 부록만 출력
       --no-progress     진행 상황을 표시하지 않음
-  vorlan plan [--json] [--all]
+      --share           익명 통계 전송에 동의 (이번 실행만; 통계 서버가 설정된 빌드에서만 전송)
+      --share-preview   보낼 JSON을 그대로 보여 주고 아무것도 보내지 않음
+  vorlan plan [--json] [--all] [--no-progress] [--explain]
       정리 계획을 폴더별 판정과 함께 보여 줍니다 (아무것도 지우지 않음).
-  vorlan clean [--dry-run] [--yes] [PATH…]
+      --all             작은 폴더까지 모두 표시
+      --explain         모르는 공개 폴더 이름을 설명 서비스에 물어봄 (보낼 JSON을 먼저 표시)
+  vorlan clean [--dry-run] [--yes] [--share] [PATH…]
       체크한 폴더를 7일 보관함으로 옮기거나, 다시 생기는 캐시는 바로 비웁니다.
   vorlan quarantine [list | restore ID | empty | expire | recover]
       보관함의 묶음을 보고, 되돌리고, 비웁니다.
