@@ -11,6 +11,7 @@
 
 #include "Cancelled.hpp"
 #include "Commands.hpp"
+#include "NetworkCli.hpp"
 #include "cleanup/AppOwnership.hpp"
 #include "cleanup/CleanupExecution.hpp"
 #include "cleanup/CleanupSession.hpp"
@@ -29,6 +30,7 @@ struct CleanOptions {
   bool dryRun = false;
   bool yes = false;
   bool noProgress = false;
+  bool share = false;  // the user's consent to send this run's cleanup events
   std::vector<std::string> paths;
 };
 
@@ -189,6 +191,8 @@ int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
       options.yes = true;
     } else if (!optionsEnded && arg == "--no-progress") {
       options.noProgress = true;
+    } else if (!optionsEnded && arg == "--share") {
+      options.share = true;
     } else if (!optionsEnded && arg.starts_with("-")) {
       return usageError(fmt::format("'clean'이 모르는 인자입니다: {}", arg));
     } else {
@@ -196,6 +200,7 @@ int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
     }
   }
 
+  if (options.share) printConsent();
   const Quarantine quarantine(Quarantine::defaultRoot(ctx.home), ctx.home);
   // Every typed path is checked before anything is measured or moved; one bad path stops all.
   std::vector<std::string> requested;
@@ -214,8 +219,9 @@ int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
   ProgressLine line(mode);
   PlanProgress reporter(line, mode == ProgressLine::Mode::terminal);
   LoadedPlan plan;
+  const auto dictionary = KnowledgeDictionary::bundled();
   try {
-    plan = loadCleanupPlan(ctx.home, KnowledgeDictionary::bundled(), installedBundleIDs(defaultAppDirs(ctx.home)),
+    plan = loadCleanupPlan(ctx.home, dictionary, installedBundleIDs(defaultAppDirs(ctx.home)),
                            runningBundleIDs(), ctx.now, {}, [&](const PlanLoadProgress& p) { reporter(p); },
                            defaultMeasuringThreads(), ctx.stop);
   } catch (const Cancelled&) {
@@ -307,6 +313,7 @@ int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
   }
   printFailures(outcome.heldBatch);
   printFailures(outcome.immediateBatch);
+  if (options.share) shareCleanupEvents(outcome.events, dictionary, ctx);
 
   const auto ledger = renderCleanupLedger(cleanupLedger(quarantine.listBatches(), outcome.freedBytes));
   if (!ledger.empty()) fmt::print("\n");

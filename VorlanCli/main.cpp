@@ -30,7 +30,7 @@ constexpr std::string_view kHelp =
       --explain         모르는 공개 폴더 이름을 설명 서비스에 물어봄 (보낼 JSON을 먼저 표시)
   vorlan clean [--dry-run] [--yes] [--share] [PATH…]
       체크한 폴더를 7일 보관함으로 옮기거나, 다시 생기는 캐시는 바로 비웁니다.
-  vorlan quarantine [list | restore ID | empty | expire | recover]
+  vorlan quarantine [list | restore ID | empty [--yes] | expire | recover]
       보관함의 묶음을 보고, 되돌리고, 비웁니다.
   vorlan --version | --help
 )";
