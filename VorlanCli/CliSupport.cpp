@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fmt/format.h>
 
+#include "platform/Utf8Text.hpp"
 #include "scan/ScanRecords.hpp"
 
 namespace vorlan::cli {
@@ -69,14 +70,15 @@ int codePointWidth(char32_t cp) {
   return 1;
 }
 
-// Decodes one UTF-8 character at text[i]; returns its length (1 for a stray byte).
+// One character at text[i]; a byte that is not UTF-8 counts as one narrow character.
 size_t decodeAt(std::string_view text, size_t i, char32_t& cp) {
-  unsigned char c = static_cast<unsigned char>(text[i]);
-  size_t len = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 1;
-  if (i + len > text.size()) len = 1;
-  cp = len == 1 ? c : c & (0x7F >> len);
-  for (size_t k = 1; k < len; ++k) cp = (cp << 6) | (static_cast<unsigned char>(text[i + k]) & 0x3F);
-  return len;
+  const Utf8Char c = decodeUtf8At(text, i);
+  if (c.length == 0) {
+    cp = static_cast<unsigned char>(text[i]);
+    return 1;
+  }
+  cp = c.codePoint;
+  return c.length;
 }
 
 }  // namespace

@@ -16,6 +16,8 @@
 #include <memory>
 #include <optional>
 
+#include "platform/FileReading.hpp"
+
 #ifdef __APPLE__
 #include <libproc.h>
 #endif
@@ -44,31 +46,6 @@ std::string_view vendorPrefix(std::string_view identifier) {
   return second == std::string_view::npos ? identifier : identifier.substr(0, second);
 }
 
-// Reads a whole file without following a final symlink; empty optional on any failure.
-std::optional<std::string> readSmallFile(const std::filesystem::path& path) {
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return std::nullopt;
-  struct stat st{};
-  // A bundle's Info.plist is a few kilobytes; refuse anything that is not a plain, sane file.
-  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size > 16 * 1024 * 1024) {
-    ::close(fd);
-    return std::nullopt;
-  }
-  std::string data;
-  char buffer[65536];
-  for (;;) {
-    ssize_t n = ::read(fd, buffer, sizeof buffer);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      ::close(fd);
-      return std::nullopt;
-    }
-    if (n == 0) break;
-    data.append(buffer, static_cast<size_t>(n));
-  }
-  ::close(fd);
-  return data;
-}
 
 struct PlistFree {
   void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
@@ -147,7 +124,7 @@ bool isCurrentlyRunning(std::string_view name, const std::set<std::string>& runn
 }
 
 std::string bundleIdentifierOfInfoPlist(const std::filesystem::path& infoPlist) {
-  auto data = readSmallFile(infoPlist);
+  auto data = readRegularFile(infoPlist);
   if (!data || data->empty() || data->size() > UINT32_MAX) return {};
   const auto length = static_cast<uint32_t>(data->size());
   plist_t raw = nullptr;

@@ -8,7 +8,8 @@
 
 #include <fmt/format.h>
 
-#include "network/TextTrim.hpp"
+#include "platform/FileReading.hpp"
+#include "platform/Utf8Text.hpp"
 #include "network/WebURL.hpp"
 #include "platform/AtomicFile.hpp"
 
@@ -46,21 +47,6 @@ std::filesystem::path installIDFile(const std::filesystem::path& home) {
   return home / ".vorlan" / "install_id";
 }
 
-namespace {
-
-std::optional<std::string> readWholeFile(const std::filesystem::path& file) {
-  std::error_code ec;
-  if (!std::filesystem::is_regular_file(file, ec)) return std::nullopt;
-  std::ifstream in(file, std::ios::binary);
-  if (!in) return std::nullopt;
-  std::ostringstream text;
-  text << in.rdbuf();
-  if (in.bad()) return std::nullopt;
-  return std::move(text).str();
-}
-
-}  // namespace
-
 std::string newUUID() {
   std::random_device entropy;
   std::array<unsigned char, 16> bytes{};
@@ -79,7 +65,7 @@ std::string newUUID() {
 }
 
 std::string installID(const std::filesystem::path& file) {
-  if (auto content = readWholeFile(file); content && isValidUTF8(*content)) {
+  if (auto content = readRegularFile(file); content && isValidUtf8(*content)) {
     std::string_view id = trimBlanksAndNewlines(*content);
     // A person may have edited the file: any non-blank text is taken as it is.
     if (!id.empty()) return std::string(id);

@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "network/TextTrim.hpp"
+#include "platform/Utf8Text.hpp"
 
 namespace vorlan {
 namespace {

@@ -15,6 +15,8 @@
 
 #include "cleanup/UsageMeasurement.hpp"
 #include "platform/AtomicFile.hpp"
+#include "platform/FileReading.hpp"
+#include "platform/Utf8Text.hpp"
 #include "quarantine/MoveJournal.hpp"
 
 // How a move survives being killed at any instant.
@@ -138,19 +140,6 @@ std::optional<Placement> placeBelow(const std::string& stdBase, const std::strin
   return placement;
 }
 
-bool isValidUtf8(std::string_view text) {
-  size_t i = 0;
-  while (i < text.size()) {
-    unsigned char c = static_cast<unsigned char>(text[i]);
-    size_t len = c < 0x80 ? 1 : (c >> 5) == 0x6 ? 2 : (c >> 4) == 0xE ? 3 : (c >> 3) == 0x1E ? 4 : 0;
-    if (len == 0 || i + len > text.size()) return false;
-    for (size_t k = 1; k < len; ++k)
-      if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80) return false;
-    i += len;
-  }
-  return true;
-}
-
 // Names at the top of a batch folder that belong to the store itself. An item whose path
 // begins with one of them would collide with the store's own files, so it is not moved.
 bool isOwnTopName(std::string_view name) {
@@ -162,29 +151,6 @@ bool isReservedInBatch(const std::string& relative) {
   return isOwnTopName(relative.substr(0, relative.find('/')));
 }
 
-std::optional<std::string> readSmallFile(const std::filesystem::path& file) {
-  int fd = ::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) return std::nullopt;
-  struct stat st;
-  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-    ::close(fd);
-    return std::nullopt;
-  }
-  std::string text;
-  char buffer[16384];
-  for (;;) {
-    ssize_t n = ::read(fd, buffer, sizeof buffer);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) {
-      ::close(fd);
-      return std::nullopt;
-    }
-    if (n == 0) break;
-    text.append(buffer, static_cast<size_t>(n));
-  }
-  ::close(fd);
-  return text;
-}
 
 // mkdir -p with owner-only folders: what the quarantine holds may come from private folders.
 void makePrivateFolders(const std::filesystem::path& folder) {
@@ -382,7 +348,7 @@ std::vector<std::string> Quarantine::batches() const {
 
 QuarantineBatch Quarantine::manifest(std::string_view id) const {
   const auto folder = resolveBatchDir(id);
-  auto text = readSmallFile(folder / manifestName);
+  auto text = readRegularFile(folder / manifestName);
   if (!text) throw QuarantineError(QuarantineErrorKind::batchNotFound, folder.filename().string());
   return decodeManifest(*text);
 }

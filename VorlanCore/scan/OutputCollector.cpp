@@ -4,39 +4,6 @@
 
 namespace vorlan {
 
-bool isValidUtf8(std::string_view bytes) {
-  const size_t n = bytes.size();
-  size_t i = 0;
-  while (i < n) {
-    const auto lead = static_cast<unsigned char>(bytes[i]);
-    if (lead < 0x80) {
-      ++i;
-      continue;
-    }
-    size_t length = 0;
-    char32_t code = 0;
-    char32_t smallest = 0;
-    if ((lead & 0xE0) == 0xC0) {
-      length = 2, code = lead & 0x1Fu, smallest = 0x80;
-    } else if ((lead & 0xF0) == 0xE0) {
-      length = 3, code = lead & 0x0Fu, smallest = 0x800;
-    } else if ((lead & 0xF8) == 0xF0) {
-      length = 4, code = lead & 0x07u, smallest = 0x10000;
-    } else {
-      return false;
-    }
-    if (n - i < length) return false;
-    for (size_t k = 1; k < length; ++k) {
-      const auto next = static_cast<unsigned char>(bytes[i + k]);
-      if ((next & 0xC0) != 0x80) return false;
-      code = (code << 6) | (next & 0x3Fu);
-    }
-    if (code < smallest || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) return false;
-    i += length;
-  }
-  return true;
-}
-
 OutputCollector::OutputCollector(LineCallback onLine) : onLine_(std::move(onLine)) {}
 
 void OutputCollector::feed(std::string_view bytes) {

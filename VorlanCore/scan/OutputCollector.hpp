@@ -1,5 +1,5 @@
 // Gathers one output stream of a child process and hands over its complete lines while the
-// child still runs; also the strict UTF-8 test that decides which text survives.
+// child still runs.
 #pragma once
 #include <cstddef>
 #include <exception>
@@ -7,12 +7,10 @@
 #include <string>
 #include <string_view>
 
+#include "platform/Utf8Text.hpp"
 #include "scan/ToolRunning.hpp"
 
 namespace vorlan {
-
-// Strict UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF, nothing cut short.
-bool isValidUtf8(std::string_view bytes);
 
 // One per stream of one child. Only a line feed ends a line (a carriage return stays in the
 // text); a line that is not valid UTF-8 is skipped; the last piece without a line feed is never

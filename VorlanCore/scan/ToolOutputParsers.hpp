@@ -7,7 +7,7 @@
 
 // trimBlanks, the one trim the system uses for tool output and configuration alike: tabs,
 // spaces and the other Unicode space separators, never line feeds.
-#include "network/TextTrim.hpp"
+#include "platform/Utf8Text.hpp"
 #include "scan/ScanRecords.hpp"
 
 namespace vorlan {

@@ -1,15 +1,11 @@
-#include "network/TextTrim.hpp"
+#include "platform/Utf8Text.hpp"
 
 #include <cstdint>
 
 namespace vorlan {
 namespace {
 
-// Decodes the character that starts at text[i]; length 0 when the bytes are not UTF-8.
-struct Decoded {
-  char32_t cp = 0;
-  size_t length = 0;
-};
+using Decoded = Utf8Char;
 
 Decoded decodeAt(std::string_view text, size_t i) {
   auto byte = [&](size_t k) { return static_cast<unsigned char>(text[k]); };
@@ -55,13 +51,13 @@ std::string_view trimWith(std::string_view text, Pred pred) {
   size_t begin = 0;
   while (begin < text.size()) {
     Decoded d = decodeAt(text, begin);
-    if (d.length == 0 || !pred(d.cp)) break;
+    if (d.length == 0 || !pred(d.codePoint)) break;
     begin += d.length;
   }
   size_t end = text.size();
   while (end > begin) {
     Decoded d = decodeBefore(text, end);
-    if (d.length == 0 || !pred(d.cp)) break;
+    if (d.length == 0 || !pred(d.codePoint)) break;
     end -= d.length;
   }
   return text.substr(begin, end - begin);
@@ -75,7 +71,9 @@ std::string_view trimBlanksAndNewlines(std::string_view text) {
   return trimWith(text, [](char32_t cp) { return isBlank(cp) || isNewline(cp); });
 }
 
-bool isValidUTF8(std::string_view text) {
+Utf8Char decodeUtf8At(std::string_view text, size_t i) { return decodeAt(text, i); }
+
+bool isValidUtf8(std::string_view text) {
   for (size_t i = 0; i < text.size();) {
     Decoded d = decodeAt(text, i);
     if (d.length == 0) return false;
