@@ -1,29 +1,27 @@
 // `vorlan clean`: carries out a cleanup from the terminal. It shows what will be skipped,
 // purged at once and held for seven days, asks before acting, and then prints the account.
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <fmt/format.h>
 #include <set>
 
 #include "Cancelled.hpp"
 #include "Commands.hpp"
 #include "NetworkCli.hpp"
+#include "PlanProgressReporter.hpp"
 #include "cleanup/AppOwnership.hpp"
 #include "cleanup/CleanupExecution.hpp"
 #include "cleanup/CleanupSession.hpp"
 #include "quarantine/Quarantine.hpp"
 #include "report/CleanupLedger.hpp"
+#include "scan/Classification.hpp"
 
 namespace vorlan::cli {
 
 // Shared with the quarantine command: asks a yes/no question on the terminal, giving up when
 // Ctrl-C asks the program to stop.
-bool confirmOnTerminal(std::string_view question, const CliContext& ctx);
-
 namespace {
 
 struct CleanOptions {
@@ -36,10 +34,6 @@ struct CleanOptions {
 
 std::string padLeft(std::string_view text, int columns) {
   return std::string(static_cast<size_t>(std::max(0, columns - displayWidth(text))), ' ') + std::string(text);
-}
-
-bool isBelowOrSame(const std::string& path, const std::string& base) {
-  return path == base || (path.size() > base.size() && path.starts_with(base) && path[base.size()] == '/');
 }
 
 // Turns what the user typed into a home-relative path, or says in one line why it can't be.
@@ -76,7 +70,7 @@ std::optional<std::string> checkTypedPath(const std::string& typed, const Quaran
       problem = fmt::format("홈 폴더 밖으로 이어지는 링크를 거치는 경로는 지울 수 없습니다: {}", typed);
     return std::nullopt;
   }
-  if (isBelowOrSame(checked.relative, ".vorlan")) {
+  if (isAtOrUnder(checked.relative, ".vorlan")) {
     problem = fmt::format("Vorlan 자신의 보관 폴더는 지울 수 없습니다: ~/{}", checked.relative);
     return std::nullopt;
   }
@@ -94,33 +88,11 @@ std::vector<std::string> withoutNested(std::vector<std::string> paths) {
   paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
   std::vector<std::string> kept;
   for (const auto& path : paths) {
-    bool inside = std::any_of(kept.begin(), kept.end(), [&](const std::string& k) { return isBelowOrSame(path, k); });
+    bool inside = std::any_of(kept.begin(), kept.end(), [&](const std::string& k) { return isAtOrUnder(path, k); });
     if (!inside) kept.push_back(path);
   }
   return kept;
 }
-
-class PlanProgress {
- public:
-  PlanProgress(ProgressLine& line, bool terminal) : line_(line), terminal_(terminal) {}
-  void operator()(const PlanLoadProgress& p) {
-    const bool last = p.foldersDone == p.foldersTotal;
-    if (terminal_) {
-      auto now = std::chrono::steady_clock::now();
-      if (!last && now - lastDrawn_ < std::chrono::milliseconds(100)) return;
-      lastDrawn_ = now;
-    } else if (!parents_.insert(p.parent).second && !last) {
-      return;
-    }
-    line_.show(fmt::format("정리 계획을 위해 재는 중: ~/{} — 폴더 {}/{}개", p.parent, p.foldersDone, p.foldersTotal));
-  }
-
- private:
-  ProgressLine& line_;
-  bool terminal_;
-  std::chrono::steady_clock::time_point lastDrawn_{};
-  std::set<std::string> parents_;
-};
 
 struct SizedPath {
   std::string path;
@@ -155,29 +127,6 @@ void printFailures(const std::optional<QuarantineBatch>& batch) {
 }
 
 }  // namespace
-
-bool confirmOnTerminal(std::string_view question, const CliContext& ctx) {
-  fmt::print("{} [y/N] ", question);
-  std::fflush(stdout);
-  std::string answer;
-  for (;;) {
-    if (ctx.stop.stop_requested()) {
-      fmt::print("\n");
-      return false;
-    }
-    pollfd in{STDIN_FILENO, POLLIN, 0};
-    int ready = ::poll(&in, 1, 100);
-    if (ready <= 0) continue;
-    char c;
-    ssize_t n = ::read(STDIN_FILENO, &c, 1);
-    if (n <= 0 || c == '\n') break;
-    answer += c;
-  }
-  while (!answer.empty() && (answer.back() == ' ' || answer.back() == '\r')) answer.pop_back();
-  while (!answer.empty() && answer.front() == ' ') answer.erase(answer.begin());
-  return answer == "y" || answer == "Y" || answer == "yes" || answer == "YES" || answer == "예" ||
-         answer == "네" || answer == "ㅇ";
-}
 
 int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
   CleanOptions options;
@@ -217,7 +166,7 @@ int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
 
   const auto mode = progressModeFor(ctx, options.noProgress);
   ProgressLine line(mode);
-  PlanProgress reporter(line, mode == ProgressLine::Mode::terminal);
+  PlanProgressReporter reporter(line, mode == ProgressLine::Mode::terminal);
   LoadedPlan plan;
   const auto dictionary = KnowledgeDictionary::bundled();
   try {

@@ -1,5 +1,6 @@
 #include "CliSupport.hpp"
 
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -161,6 +162,29 @@ InterruptWatcher::InterruptWatcher() {
 InterruptWatcher::~InterruptWatcher() {
   waiter_.request_stop();
   waiter_.join();
+}
+
+bool confirmOnTerminal(std::string_view question, const CliContext& ctx) {
+  fmt::print("{} [y/N] ", question);
+  std::fflush(stdout);
+  std::string answer;
+  for (;;) {
+    if (ctx.stop.stop_requested()) {
+      fmt::print("\n");
+      return false;
+    }
+    pollfd in{STDIN_FILENO, POLLIN, 0};
+    int ready = ::poll(&in, 1, 100);
+    if (ready <= 0) continue;
+    char c;
+    ssize_t n = ::read(STDIN_FILENO, &c, 1);
+    if (n <= 0 || c == '\n') break;
+    answer += c;
+  }
+  while (!answer.empty() && (answer.back() == ' ' || answer.back() == '\r')) answer.pop_back();
+  while (!answer.empty() && answer.front() == ' ') answer.erase(answer.begin());
+  return answer == "y" || answer == "Y" || answer == "yes" || answer == "YES" || answer == "예" ||
+         answer == "네" || answer == "ㅇ";
 }
 
 }  // namespace vorlan::cli

@@ -70,6 +70,9 @@ class InterruptWatcher {
   std::jthread waiter_;
 };
 
+// Asks a yes/no question on the terminal; only an explicit yes is yes. Ctrl-C answers no.
+bool confirmOnTerminal(std::string_view question, const CliContext& ctx);
+
 // Display width of a UTF-8 text in terminal columns (Hangul and CJK count two).
 int displayWidth(std::string_view text);
 // Cuts a UTF-8 text to at most `columns` terminal columns, never inside a character.

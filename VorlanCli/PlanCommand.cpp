@@ -1,7 +1,6 @@
 // `vorlan plan`: measures the cleanup parents and prints the plan, largest first, as a table
 // for people or as JSON for scripts. Nothing is deleted.
 #include <algorithm>
-#include <chrono>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -9,6 +8,7 @@
 #include "Cancelled.hpp"
 #include "Commands.hpp"
 #include "NetworkCli.hpp"
+#include "PlanProgressReporter.hpp"
 #include "cleanup/AppOwnership.hpp"
 #include "cleanup/CleanupSession.hpp"
 
@@ -119,32 +119,6 @@ void printJson(const std::vector<CleanupItem>& shown) {
   // Folder names need not be valid UTF-8; such bytes become U+FFFD rather than an abort.
   fmt::print("{}\n", rows.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
 }
-
-// On a terminal the line is redrawn at most a few times a second; in a log each parent gets
-// one line when its first folder is done.
-class PlanProgressReporter {
- public:
-  PlanProgressReporter(ProgressLine& line, bool terminal) : line_(line), terminal_(terminal) {}
-
-  void operator()(const PlanLoadProgress& p) {
-    const bool last = p.foldersDone == p.foldersTotal;
-    if (terminal_) {
-      auto now = std::chrono::steady_clock::now();
-      if (!last && now - lastDrawn_ < std::chrono::milliseconds(100)) return;
-      lastDrawn_ = now;
-    } else if (!seen_.insert(p.parent).second && !last) {
-      return;
-    }
-    line_.show(fmt::format("정리 계획을 위해 재는 중: ~/{} — 폴더 {}/{}개", p.parent,
-                           p.foldersDone, p.foldersTotal));
-  }
-
- private:
-  ProgressLine& line_;
-  bool terminal_;
-  std::chrono::steady_clock::time_point lastDrawn_{};
-  std::set<std::string> seen_;
-};
 
 }  // namespace
 

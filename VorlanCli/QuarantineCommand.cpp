@@ -10,7 +10,6 @@
 
 namespace vorlan::cli {
 
-bool confirmOnTerminal(std::string_view question, const CliContext& ctx);  // CleanCommand.cpp
 
 namespace {
 
