@@ -45,12 +45,8 @@ std::string padLeft(std::string_view text, int columns) {
   return std::string(std::max(0, columns - displayWidth(text)), ' ') + std::string(text);
 }
 
-// Kept and running rows say what happens as it is; for the others it is what deleting does.
-std::string consequenceLine(const CleanupItem& item) {
-  if (item.verdict == CleanupVerdict::keep || item.verdict == CleanupVerdict::inUse)
-    return item.consequence;
-  return "지우면 · " + item.consequence;
-}
+// The row's consequence is a whole sentence of its own (often one that starts "지우면").
+std::string consequenceLine(const CleanupItem& item) { return "→ " + item.consequence; }
 
 std::string tickMark(const CleanupItem& item, const std::set<std::string>& checked) {
   if (!item.isExecutable()) return "[-]";

@@ -64,7 +64,7 @@ TEST_F(PlanCommand, TableShowsVisibleRowsLargestFirstWithTotals) {
     ASSERT_NE(found, std::string::npos) << line << "\n" << out;
     at = found + line.size();
   }
-  EXPECT_NE(out.find("지우면 · 지운 앱이 남긴 것입니다"), std::string::npos) << out;
+  EXPECT_NE(out.find("→ 지운 앱이 남긴 것입니다"), std::string::npos) << out;
   EXPECT_EQ(out.find("small-thing"), std::string::npos) << out;
   EXPECT_NE(out.find("50MB 미만 1개 숨김"), std::string::npos) << out;
   EXPECT_NE(out.find("체크한 항목 3개 · 선택한 0.2GB"), std::string::npos) << out;
