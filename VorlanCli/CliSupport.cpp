@@ -138,29 +138,30 @@ ProgressLine::Mode progressModeFor(const CliContext& ctx, bool disabled) {
   return ctx.stderrIsTerminal ? ProgressLine::Mode::terminal : ProgressLine::Mode::plain;
 }
 
+// SIGUSR2 sent by the destructor to the waiting thread itself means "stop waiting": a blocking
+// wait with no polling interval costs nothing while a command runs and nothing at exit.
 InterruptWatcher::InterruptWatcher() {
   sigset_t set;
   sigemptyset(&set);
   sigaddset(&set, SIGINT);
   sigaddset(&set, SIGTERM);
+  sigaddset(&set, SIGUSR2);
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
-  waiter_ = std::jthread([this, set](std::stop_token own) {
-    while (!own.stop_requested()) {
-      timespec wait{0, 100'000'000};
-      int sig = sigtimedwait(&set, nullptr, &wait);
-      if (sig == SIGINT || sig == SIGTERM) {
-        if (source_.stop_requested()) {
-          // A second interrupt while the first is being served: leave at once.
-          std::_Exit(exitCancelled);
-        }
-        source_.request_stop();
-      }
+  waiter_ = std::jthread([source = source_, set]() mutable {
+    for (;;) {
+      siginfo_t info{};
+      const int sig = sigwaitinfo(&set, &info);
+      if (sig == SIGUSR2) return;
+      if (sig != SIGINT && sig != SIGTERM) continue;
+      // A second interrupt while the first is being served: leave at once.
+      if (source.stop_requested()) std::_Exit(exitCancelled);
+      source.request_stop();
     }
   });
 }
 
 InterruptWatcher::~InterruptWatcher() {
-  waiter_.request_stop();
+  ::pthread_kill(waiter_.native_handle(), SIGUSR2);
   waiter_.join();
 }
 

@@ -9,11 +9,11 @@ root="$(cd "$here/../.." && pwd)"
 out="$root/bench/out/plan"
 files="${1:-200000}"
 home="$out/home-$files"
-build="$root/build/cleanup-release"
+build="$root/build/release"
 mkdir -p "$out"
 
 command -v hyperfine >/dev/null || { echo "hyperfine is needed (scripts/bootstrap installs it)" >&2; exit 1; }
-(cd "$root" && cmake --preset release -B "$build" >/dev/null && cmake --build "$build" --target vorlan -j2 >/dev/null)
+(cd "$root" && cmake --preset release >/dev/null && cmake --build --preset release --target vorlan >/dev/null)
 vorlan="$build/VorlanCli/vorlan"
 
 parents=("Library/Caches" "Library/Application Support" "Library/Group Containers"
