@@ -1,185 +1,122 @@
-// Configuration, the install id file and the guarantee that nothing leaves without a back-end.
+// What may leave the machine: the masks of both reports, the wire bodies, the configuration that
+// switches reports off, and the install id file.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
+#include <nlohmann/json.hpp>
 #include <regex>
 
 #include "network/CleanupTelemetry.hpp"
 #include "network/ScanTelemetry.hpp"
-#include "network/Telemetry.hpp"
 #include "support/TestSupport.hpp"
 
 namespace vorlan {
 namespace {
 
-using test::TempDir;
-using test::readFile;
-using test::writeFile;
+// `scanMasked`: an unclassified scan finding with this path goes out as "<masked-1>".
+// `cleanupPublic`: a cleanup row with this path goes out whole; otherwise as "<masked-N>".
+TEST(Masking, NamesThatCouldLeakAreMaskedInBothReports) {
+  const KnowledgeDictionary dictionary({{"Library/Application Support/Known Notes", DictEntry{}}});
+  for (const auto& [path, scanMasked, cleanupPublic] : std::vector<std::tuple<std::string, bool, bool>>{
+           {"Projects", true, false}, {"Projects/", true, false}, {"~/Projects", true, false}, {"김철수", true, false},
+           {"kim.lee", true, false}, {".cache", false, false}, {"com.vendor.app", true, true},
+           {"Library/Caches/com.vendor.app/", false, true}, {"Library/Caches/com.vendor", false, false},
+           {"Library/Caches/kim.lee", false, false}, {"Library/Caches/.com.vendor.app", false, false},
+           {"Library/Caches/com.vendor.app/kim", false, false}, {"Library/Application Support/com.회사.app", false, false},
+           {"Library/Application Support/김철수의 일기", false, false},
+           {"Library/Application Support/Known Notes", false, true},
+           {"Library/Application Support/Known Notesbook", false, false},
+           // An account name never leaves, even behind a public last component.
+           {"/Users/kim", true, false}, {"/Users/kim/Library/Caches/com.vendor.app", true, false},
+           {"/Users//kim/Documents", true, false}, {"/home/kim/.cache/com.vendor.app", true, false},
+           {"/System/Library/AssetsV2", false, false}}) {
+    const auto scan = Telemetry::maskFindings({Finding{path, 1, "cat", Grade::unknown, "", ""}});
+    EXPECT_EQ(scan.at(0).path, scanMasked ? "<masked-1>" : path) << "scan: " << path;
+    int64_t counter = 4;
+    EXPECT_EQ(Telemetry::maskCleanupPath(path, dictionary, counter), cleanupPublic ? path : "<masked-5>") << path;
+  }
+}
+
+TEST(WireBody, TheScanEnvelopeIsTheAgreedJsonAndNeverBreaksOnOddValues) {
+  Telemetry::Payload payload;
+  payload.durationS = 542.5;
+  payload.findings = {{"Library/Caches", 12300000000, "SAFE", "캐시"}, {"<masked-1>", std::nullopt, "UNKNOWN", "미분류"}};
+  payload.errors = {"settings_used_unavailable"};
+  EXPECT_EQ(Telemetry::encodeEnvelope(payload),
+            R"({"payload":{"schema_version":1,"install_id":"","app_kind":"","app_version":"0.2.4","os_version":"",)"
+            R"("disk_total_bytes":0,"disk_free_bytes":0,"duration_s":542.5,"snapshot_count":0,"findings":[)"
+            R"({"path":"Library\/Caches","size_bytes":12300000000,"grade":"SAFE","category":"캐시"},)"
+            R"({"path":"<masked-1>","grade":"UNKNOWN","category":"미분류"}],"errors":["settings_used_unavailable"]}})");
+
+  payload.durationS = std::numeric_limits<double>::quiet_NaN();
+  payload.findings = {{std::string("Library/\xff\xfe", 10), 1, "REVIEW", "x"}};  // not UTF-8
+  const std::string body = Telemetry::encodeEnvelope(payload);
+  EXPECT_EQ(body.find("null"), std::string::npos) << body;
+  EXPECT_EQ(nlohmann::json::parse(body)["payload"]["findings"][0]["path"], "Library/\uFFFD\uFFFD");
+}
 
 // A transport that must never be reached.
-class ForbiddenTransport final : public HttpTransport {
- public:
+struct ForbiddenTransport final : HttpTransport {
   std::optional<HttpResponse> perform(const HttpRequest& request) override {
-    ADD_FAILURE() << "a request went out without a configured back-end: " << request.url;
+    ADD_FAILURE() << "a request went out: " << request.url;
     return std::nullopt;
   }
 };
 
-TEST(TelemetryConfig, ResolvesFromEnvironmentAndDefaults) {
-  const std::string url = "https://abcdefghijklmnopqrst.supabase.co";
-  struct Case {
-    const char* name;
-    Environment env;
-    std::string_view defaultURL, defaultKey;
-    std::optional<Telemetry::Config> expected;
-  };
+TEST(TelemetryConfig, NothingLeavesWithoutABackEnd) {
+  const std::string url = "https://x.example", urlVar = "VORLAN_TELEMETRY_URL", keyVar = "VORLAN_TELEMETRY_ANON_KEY";
+  using Case = std::tuple<const char*, Environment, std::string_view, std::string_view, std::optional<Telemetry::Config>>;
   const Case cases[] = {
       {"defaults alone", {}, url, "key", Telemetry::Config{url, "key"}},
-      {"plain build, nothing set", {}, "", "", std::nullopt},
-      {"environment overrides both",
-       {{"VORLAN_TELEMETRY_URL", "https://other.example"}, {"VORLAN_TELEMETRY_ANON_KEY", "k2"}},
-       url, "key", Telemetry::Config{"https://other.example", "k2"}},
-      {"environment alone in a plain build",
-       {{"VORLAN_TELEMETRY_URL", "https://other.example"}, {"VORLAN_TELEMETRY_ANON_KEY", "k2"}},
-       "", "", Telemetry::Config{"https://other.example", "k2"}},
-      {"the two variables are independent", {{"VORLAN_TELEMETRY_ANON_KEY", "k2"}}, url, "key",
-       Telemetry::Config{url, "k2"}},
-      {"blank URL switches off, whatever the key", {{"VORLAN_TELEMETRY_URL", "   "}}, url, "key",
-       std::nullopt},
-      {"empty key switches off, no fallback", {{"VORLAN_TELEMETRY_ANON_KEY", ""}}, url, "key",
-       std::nullopt},
-      {"blanks and tabs trimmed, trailing slash kept",
-       {{"VORLAN_TELEMETRY_URL", " \thttps://x.example/ \t"}}, "", "key",
-       Telemetry::Config{"https://x.example/", "key"}},
-      {"a line feed is not a blank", {{"VORLAN_TELEMETRY_ANON_KEY", "key\n"}}, url, "",
-       Telemetry::Config{url, "key\n"}},
-      {"only a line feed is not empty", {{"VORLAN_TELEMETRY_URL", "\n"}}, "", "key",
-       Telemetry::Config{"\n", "key"}},
-      {"ideographic space is a blank", {{"VORLAN_TELEMETRY_URL", "\u3000"}}, url, "key",
-       std::nullopt},
+      {"plain build", {}, "", "", std::nullopt},
+      {"blank URL switches off", {{urlVar, " \t"}}, url, "key", std::nullopt},
+      {"ideographic space is blank", {{urlVar, "\u3000"}}, url, "key", std::nullopt},
+      {"empty key switches off", {{keyVar, ""}}, url, "key", std::nullopt},
   };
-  for (const auto& c : cases)
-    EXPECT_EQ(Telemetry::resolveConfig(c.env, c.defaultURL, c.defaultKey), c.expected) << c.name;
-}
-
-TEST(TelemetryConfig, ConsentTextIsSixLinesOfTheAgreedLength) {
-  const auto& text = Telemetry::consentSummary;
-  EXPECT_EQ(text.size(), 581u);
-  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 5);
-  EXPECT_NE(text.find("<masked>"), std::string_view::npos);
-}
-
-// Runs `body` with the two variables removed from the process environment, then restores them.
-template <typename Body>
-void withoutTelemetryVariables(Body body) {
-  std::optional<std::string> saved[2];
-  const char* names[2] = {"VORLAN_TELEMETRY_URL", "VORLAN_TELEMETRY_ANON_KEY"};
-  for (int i = 0; i < 2; ++i) {
-    if (const char* v = std::getenv(names[i])) saved[i] = v;
-    ::unsetenv(names[i]);
-  }
-  body();
-  for (int i = 0; i < 2; ++i)
-    if (saved[i]) ::setenv(names[i], saved[i]->c_str(), 1);
-}
-
-TEST(TelemetryConfig, PlainBuildSendsNothingEver) {
-  if (!Telemetry::defaultURL.empty() && !Telemetry::defaultAnonKey.empty())
-    GTEST_SKIP() << "this build carries deployment values";
-  withoutTelemetryVariables([] {
-    EXPECT_FALSE(Telemetry::isEnabled());
-    ForbiddenTransport forbidden;
-    Telemetry::Payload payload;
-    payload.installId = "x";
-    EXPECT_FALSE(Telemetry::send(payload, forbidden));
-    Telemetry::CleanupEvent event;
-    event.event = "deleted";
-    event.items.push_back({"<masked-1>", 1, "unknown", false});
-    EXPECT_FALSE(Telemetry::sendCleanupEvent(event, forbidden));
-  });
-}
-
-TEST(TelemetryConfig, BlankVariableSwitchesOffEvenWithBuiltInDefaults) {
-  withoutTelemetryVariables([] {
-    ::setenv("VORLAN_TELEMETRY_URL", " ", 1);
-    ::setenv("VORLAN_TELEMETRY_ANON_KEY", "key", 1);
-    EXPECT_FALSE(Telemetry::isEnabled());
-    ForbiddenTransport forbidden;
-    EXPECT_FALSE(Telemetry::send(Telemetry::Payload{}, forbidden));
-    ::setenv("VORLAN_TELEMETRY_URL", "https://x.example", 1);
-    EXPECT_TRUE(Telemetry::isEnabled());
-    ::unsetenv("VORLAN_TELEMETRY_URL");
-    ::unsetenv("VORLAN_TELEMETRY_ANON_KEY");
-  });
-}
-
-TEST(TelemetryConfig, RequestsThatCannotBeMadeAreFalse) {
   ForbiddenTransport forbidden;
-  Telemetry::Payload payload;
-  const Telemetry::Config cases[] = {
-      {"not a url", "key"},
-      {"ftp://host.example", "key"},
-      {"https://host.example\n", "key"},
-      {"https://host.example", "key\r\nX-Injected: 1"},
-  };
-  for (const auto& config : cases)
-    EXPECT_FALSE(Telemetry::send(payload, forbidden, config)) << config.url << " " << config.anonKey;
+  Telemetry::CleanupEvent event;
+  event.items = {{"<masked-1>", 1, "unknown", false}};
+  for (const auto& [name, env, defaultURL, defaultKey, expected] : cases) {
+    const auto config = Telemetry::resolveConfig(env, defaultURL, defaultKey);
+    EXPECT_EQ(config, expected) << name;
+    EXPECT_TRUE(config || (!Telemetry::send({}, forbidden, config) && !Telemetry::sendCleanupEvent(event, forbidden, config)))
+        << name;
+  }
+  // Requests that cannot be made safely are not made at all.
+  for (const auto& config : {Telemetry::Config{"ftp://h.example", "k"}, {"https://h.example", "k\r\nX-Injected: 1"}})
+    EXPECT_FALSE(Telemetry::send({}, forbidden, config)) << config.anonKey;
+  if (Telemetry::defaultURL.empty() || Telemetry::defaultAnonKey.empty()) {  // a plain build
+    ::unsetenv(urlVar.c_str());
+    ::unsetenv(keyVar.c_str());
+    EXPECT_FALSE(Telemetry::send({}, forbidden));
+  }
 }
 
 const std::regex uuidForm("^[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}$");
 
-TEST(InstallID, ReadsKeepsOrReplacesTheFile) {
-  struct Case {
-    const char* name;
-    std::optional<std::string> content;  // absent: no file
-    std::optional<std::string> expectedID;  // absent: a new UUID, written to the file
-  };
-  const Case cases[] = {
-      {"no file yet", std::nullopt, std::nullopt},
-      {"stored id", "0b8f7e7c-1f3a-4c5e-9d2b-123456789abc", "0b8f7e7c-1f3a-4c5e-9d2b-123456789abc"},
-      {"edited word between blanks and a line feed", "  hello \n", "hello"},
-      {"Windows line end", "abc\r\n", "abc"},
-      {"only line feeds", "\n\n\n", std::nullopt},
-      {"only blanks and tabs", " \t ", std::nullopt},
-      {"empty file", "", std::nullopt},
-      {"not UTF-8", std::string("\xff\xfe id", 5), std::nullopt},
-      {"Korean text is kept as it is", " 설치 ", "설치"},
-  };
-  for (const auto& c : cases) {
-    TempDir home;
+TEST(InstallID, KeepsAStoredIdAndReplacesABlankOne) {
+  // Without an expected id, a new UUID is written in place of what was there.
+  for (const auto& [content, expectedID] : std::vector<std::pair<std::optional<std::string>, std::optional<std::string>>>{
+           {std::nullopt, std::nullopt}, {"  0b8f7e7c-1f3a \n", "0b8f7e7c-1f3a"}, {"abc\r\n", "abc"},
+           {"\n\n\n", std::nullopt}, {" \t ", std::nullopt}, {"", std::nullopt}}) {
+    test::TempDir home;
     const auto file = Telemetry::installIDFile(home.path());
-    if (c.content) writeFile(file, *c.content);
-    const std::string id = Telemetry::installID(file);
-    if (c.expectedID) {
-      EXPECT_EQ(id, *c.expectedID) << c.name;
-      EXPECT_EQ(readFile(file), *c.content) << c.name << ": the file must stay as it was";
-    } else {
-      EXPECT_TRUE(std::regex_match(id, uuidForm)) << c.name << ": " << id;
-      EXPECT_EQ(readFile(file), id) << c.name << ": written whole, nothing behind it";
-      EXPECT_EQ(Telemetry::installID(file), id) << c.name << ": the next read finds the same id";
-    }
+    if (content) test::writeFile(file, *content);
+    const std::string id = Telemetry::installID(file), name = content.value_or("no file");
+    EXPECT_EQ(Telemetry::installID(file), id) << name << ": the next read finds the same id";
+    EXPECT_EQ(test::readFile(file), expectedID ? *content : id) << name;
+    EXPECT_TRUE(expectedID ? id == *expectedID : std::regex_match(id, uuidForm)) << name << ": " << id;
   }
 }
 
-TEST(InstallID, UnstorableIdIsUnknownAndRetriedLater) {
+TEST(InstallID, AnUnstorableIdIsUnknownAndTriedAgainLater) {
   if (test::runningAsRoot()) GTEST_SKIP() << "root writes into read-only folders";
-  TempDir home;
+  test::TempDir home;
+  const auto file = Telemetry::installIDFile(home.path());
   ASSERT_EQ(::chmod(home.path().c_str(), 0500), 0);
-  const auto file = Telemetry::installIDFile(home.path());
   EXPECT_EQ(Telemetry::installID(file), "unknown");
-  EXPECT_FALSE(std::filesystem::exists(file));
   ASSERT_EQ(::chmod(home.path().c_str(), 0700), 0);
-  const std::string id = Telemetry::installID(file);
-  EXPECT_TRUE(std::regex_match(id, uuidForm)) << id;
-}
-
-TEST(InstallID, AFolderInThePlaceOfTheFileGivesUnknown) {
-  TempDir home;
-  const auto file = Telemetry::installIDFile(home.path());
-  std::filesystem::create_directories(file);
-  EXPECT_EQ(Telemetry::installID(file), "unknown");
-  EXPECT_TRUE(std::filesystem::is_directory(file));
+  EXPECT_TRUE(std::regex_match(Telemetry::installID(file), uuidForm));
 }
 
 }  // namespace
