@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -26,27 +27,17 @@ TempDir::TempDir() {
 }
 
 TempDir::~TempDir() {
+  namespace fs = std::filesystem;
   std::error_code ec;
-  // Tests make unreadable folders on purpose; give them back their permissions first.
-  for (auto it = std::filesystem::recursive_directory_iterator(
-           path_, std::filesystem::directory_options::skip_permission_denied, ec);
-       !ec && it != std::filesystem::recursive_directory_iterator(); it.increment(ec)) {
+  // Tests make unreadable folders on purpose. Each folder is opened up when it is met, before
+  // the walk enters it, so one pass reaches them all.
+  fs::permissions(path_, fs::perms::owner_all, fs::perm_options::add, ec);
+  for (auto it = fs::recursive_directory_iterator(path_, ec);
+       !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
     if (it->is_directory(ec) && !it->is_symlink(ec))
-      std::filesystem::permissions(it->path(), std::filesystem::perms::owner_all,
-                                   std::filesystem::perm_options::add, ec);
+      fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ec);
   }
-  std::filesystem::permissions(path_, std::filesystem::perms::owner_all,
-                               std::filesystem::perm_options::add, ec);
-  // Fix anything the first pass could not enter before it was opened up.
-  for (int pass = 0; pass < 3; ++pass) {
-    for (auto it = std::filesystem::recursive_directory_iterator(path_, ec);
-         !ec && it != std::filesystem::recursive_directory_iterator(); it.increment(ec)) {
-      if (it->is_directory(ec) && !it->is_symlink(ec))
-        std::filesystem::permissions(it->path(), std::filesystem::perms::owner_all,
-                                     std::filesystem::perm_options::add, ec);
-    }
-  }
-  std::filesystem::remove_all(path_, ec);
+  fs::remove_all(path_, ec);
 }
 
 void writeFile(const std::filesystem::path& path, const std::string& content) {
@@ -175,6 +166,29 @@ ProcessOutcome runProcess(const std::vector<std::string>& argv, const ProcessOpt
 }
 
 std::string cliPath() { return VORLAN_CLI_PATH; }
+
+ProcessOutcome runCli(const std::filesystem::path& home, std::vector<std::string> args,
+                      ProcessOptions options) {
+  args.insert(args.begin(), cliPath());
+  options.env["HOME"] = home.string();
+  return runProcess(args, options);
+}
+
+void allocateFile(const std::filesystem::path& path, int64_t bytes) {
+  std::filesystem::create_directories(path.parent_path());
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0) throw std::runtime_error("cannot create " + path.string());
+#if defined(__linux__)
+  bool done = ::posix_fallocate(fd, 0, bytes) == 0;
+#else  // no posix_fallocate: write the bytes
+  const std::string zeros(1 << 20, '\0');
+  bool done = true;
+  for (int64_t left = bytes; left > 0 && done; left -= static_cast<int64_t>(zeros.size()))
+    done = ::write(fd, zeros.data(), std::min<int64_t>(left, zeros.size())) > 0;
+#endif
+  ::close(fd);
+  if (!done) throw std::runtime_error("cannot allocate " + path.string());
+}
 
 bool runningAsRoot() { return ::geteuid() == 0; }
 

@@ -1,6 +1,7 @@
 // Helpers every test module shares: a temporary folder per test, small file helpers and
 // running a program as a child process with its own environment.
 #pragma once
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -47,6 +48,13 @@ ProcessOutcome runProcess(const std::vector<std::string>& argv, const ProcessOpt
 
 // The built `vorlan` executable.
 std::string cliPath();
+// Runs the built `vorlan` with `args`, HOME set to `home`.
+ProcessOutcome runCli(const std::filesystem::path& home, std::vector<std::string> args,
+                      ProcessOptions options = {});
+
+// A file that takes `bytes` of disk without writing them where the system allows, so that
+// sizes measured from allocated blocks see it.
+void allocateFile(const std::filesystem::path& path, int64_t bytes);
 
 bool runningAsRoot();
 
