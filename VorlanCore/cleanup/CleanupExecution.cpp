@@ -65,6 +65,10 @@ CleanupOutcome executeCleanup(const std::vector<std::string>& paths, const std::
 
   if (!split.held.empty() || !split.immediate.empty()) {
     try {
+      // A ~/.vorlan that is a link to elsewhere (another disk, a folder emptied at restart)
+      // would carry the user's files out of the home folder: nothing moves then.
+      if (!quarantine.rootLiesInHome())
+        throw QuarantineError(QuarantineErrorKind::outsideHome, quarantine.root.string());
       if (!split.held.empty()) {
         outcome.heldBatch = quarantine.move(split.held, now, stop);
         outcome.lastBatch = outcome.heldBatch;

@@ -201,22 +201,26 @@ void keepOwner(int fd, const struct stat& st) {
 }
 
 CopiedNode copyEntry(int fromDir, const std::string& name, int toDir, const std::string& toName,
-                     CopyState& state, bool& created);
+                     CopyState& state, bool& created, const dev_t* within = nullptr);
 
 void copyFolderContents(int fromFolder, int toFolder, CopiedNode& node, CopyState& state,
                         const std::string& what) {
   for (const auto& child : listNames(fromFolder, what)) {
     bool childCreated = false;
-    node.children.push_back(copyEntry(fromFolder, child, toFolder, child, state, childCreated));
+    node.children.push_back(copyEntry(fromFolder, child, toFolder, child, state, childCreated, &node.st.st_dev));
   }
 }
 
 CopiedNode copyEntry(int fromDir, const std::string& name, int toDir, const std::string& toName,
-                     CopyState& state, bool& created) {
+                     CopyState& state, bool& created, const dev_t* within) {
   CopiedNode node;
   node.name = name;
   struct stat& st = node.st;
   if (::fstatat(fromDir, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) throwError(errno, name);
+  // Another file system mounted inside the item (a network share, a disk image) is not the
+  // user's folder: copying it would have the move delete its files from that file system
+  // afterwards. The whole move is refused and the source stays as it is.
+  if (within && st.st_dev != *within) throwError(EXDEV, name + ": another file system is mounted here");
   const timespec times[2] = {accessed(st), modified(st)};
 
   switch (st.st_mode & S_IFMT) {
@@ -400,6 +404,10 @@ MoveOutcome moveEntry(const DirHandle& from, const std::string& fromName, const 
   if (error != EXDEV) throwError(error, fromName);
 
   if (entryExists(to, toName)) throwError(EEXIST, toName);
+  // A rename needs write permission on the folder the entry leaves; the copy is held to the
+  // same, so that the source can be removed afterwards without opening up that folder, which
+  // is the user's and not part of what moves.
+  if (::faccessat(from.fd(), ".", W_OK | X_OK, AT_EACCESS) != 0) throwError(errno, fromName);
   CopyState state{faults, 0};
   bool created = false;
   CopiedNode copied;
@@ -431,13 +439,18 @@ MoveOutcome moveEntry(const DirHandle& from, const std::string& fromName, const 
   return whole ? MoveOutcome::copied : MoveOutcome::copiedSourceLeft;
 }
 
-void removeTree(const DirHandle& dir, const std::string& name) {
+namespace {
+
+void removeTreeOn(const DirHandle& dir, dev_t device, const std::string& name) {
   struct stat st;
   if (::fstatat(dir.fd(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
     if (errno == ENOENT) return;
     throwError(errno, name);
   }
   if (S_ISDIR(st.st_mode)) {
+    // A folder on another device is a mount point that rode along with a moved folder: what
+    // is mounted there belongs to another file system and is never deleted from here.
+    if (st.st_dev != device) throwError(EXDEV, name + ": another file system is mounted here");
     int fd = openFolderAt(dir.fd(), name);
     if (fd < 0 && errno == EACCES) {
       // Unreadable: it was a folder a moment ago, and it lies in a folder of ours; giving its
@@ -449,11 +462,19 @@ void removeTree(const DirHandle& dir, const std::string& name) {
     DirHandle folder(fd);
     if ((st.st_mode & S_IRWXU) != S_IRWXU && ::fchmod(fd, (st.st_mode & 07777) | S_IRWXU) != 0)
       throwError(errno, name);
-    for (const auto& child : listNames(fd, name)) removeTree(folder, child);
+    for (const auto& child : listNames(fd, name)) removeTreeOn(folder, device, child);
     if (int error = unlinkOpeningParent(dir.fd(), name, AT_REMOVEDIR)) throwError(error, name);
     return;
   }
   if (int error = unlinkOpeningParent(dir.fd(), name, 0); error != 0 && error != ENOENT) throwError(error, name);
+}
+
+}  // namespace
+
+void removeTree(const DirHandle& dir, const std::string& name) {
+  struct stat holder;
+  if (::fstat(dir.fd(), &holder) != 0) throwError(errno, name);
+  removeTreeOn(dir, holder.st_dev, name);
 }
 
 std::string newPartialName() {

@@ -67,13 +67,16 @@ enum class MoveOutcome {
 // Across file systems the entry is copied to `partialName` beside the target, with modes,
 // times and links as links, flushed and verified, renamed into place, and only then is the
 // source removed, entry by entry, skipping whatever changed since it was copied. A copy that
-// fails is removed and leaves the source whole. Throws std::system_error; then nothing moved.
+// fails is removed and leaves the source whole. The copy is refused, like a rename would be,
+// when `from` may not be written (EACCES), and when another file system is mounted inside the
+// entry (EXDEV). Throws std::system_error; then nothing moved.
 MoveOutcome moveEntry(const DirHandle& from, const std::string& fromName, const DirHandle& to,
                       const std::string& toName, const std::string& partialName,
                       const FileFaults* faults = nullptr, std::string_view label = {});
 
-// Removes `name` and all below it without following links; folders without write permission
-// are opened up first. Nothing there is fine. Throws std::system_error.
+// Removes `name` and all below it without following links or entering a file system mounted
+// below it (EXDEV); folders without write permission are opened up first. Nothing there is
+// fine. Throws std::system_error.
 void removeTree(const DirHandle& dir, const std::string& name);
 
 // A fresh name for a copy in progress: ".vorlan-partial-" and random hex.

@@ -140,15 +140,36 @@ std::optional<Placement> placeBelow(const std::string& stdBase, const std::strin
   return placement;
 }
 
+// ASCII letters without case: on a file system that ignores case (the Mac's default),
+// "Manifest.json" and "manifest.json" are one entry.
+bool sameLetters(std::string_view a, std::string_view b) {
+  auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+  return a.size() == b.size() &&
+         std::equal(a.begin(), a.end(), b.begin(), [&](char x, char y) { return lower(x) == lower(y); });
+}
+
 // Names at the top of a batch folder that belong to the store itself. An item whose path
-// begins with one of them would collide with the store's own files, so it is not moved.
+// begins with one of them would collide with the store's own files, so it is not moved: the
+// manifest, written after the moves, would otherwise replace a user's "Manifest.json" on a
+// file system that ignores case.
 bool isOwnTopName(std::string_view name) {
-  return name == Quarantine::manifestName || name == MoveJournal::fileName ||
-         name.substr(0, kManifestTempPrefix.size()) == kManifestTempPrefix;
+  return sameLetters(name, Quarantine::manifestName) || sameLetters(name, MoveJournal::fileName) ||
+         sameLetters(name.substr(0, kManifestTempPrefix.size()), kManifestTempPrefix);
 }
 
 bool isReservedInBatch(const std::string& relative) {
   return isOwnTopName(relative.substr(0, relative.find('/')));
+}
+
+// Whether a resolved home path is the quarantine, lies in it, or holds it. Nothing is moved
+// from there, and nothing is put back there: an item "restored" into a batch folder would be
+// deleted with that batch.
+bool overlapsStore(const std::string& realPath, const std::string& realRoot) {
+  return realRoot.empty() || realPath == realRoot || isBelow(realRoot, realPath) || isBelow(realPath, realRoot);
+}
+
+std::string realPathOf(const std::string& stdBase, const Placement& placement) {
+  return joinRelative(resolveLinks(stdBase), joinRelative(placement.parent, placement.name));
 }
 
 
@@ -198,6 +219,25 @@ void checkpoint(const FileFaults* faults, std::string_view point, std::string_vi
   if (faults && faults->checkpoint) faults->checkpoint(point, relative);
 }
 
+// Removes a batch folder with its manifest last. A removal that fails partway (a folder the
+// user may not delete, too deep a tree) then leaves a batch that is still listed and that the
+// next sweep tries again, rather than a folder without a manifest, which no sweep touches and
+// which recover would put back into the home folder half deleted.
+void removeBatchFolder(const DirHandle& rootDir, const std::string& name) {
+  if (isRealFolderAt(rootDir.fd(), name)) {
+    std::optional<DirHandle> batch;
+    try {
+      batch = openBelow(rootDir, name);
+    } catch (const std::system_error&) {
+      // Unreadable: removeTree below opens it up, as it does for any folder of ours.
+    }
+    if (batch)
+      for (const auto& child : namesIn(*batch))
+        if (child != Quarantine::manifestName) removeTree(*batch, child);
+  }
+  removeTree(rootDir, name);
+}
+
 }  // namespace
 
 Quarantine::Quarantine(std::filesystem::path root, std::filesystem::path home,
@@ -238,6 +278,12 @@ std::filesystem::path Quarantine::resolveBatchDir(std::string_view id) const {
   const std::string joined = standardize(stdRoot + "/" + std::string(id));
   if (!isBelow(joined, stdRoot)) return refuse();
   return joined;
+}
+
+bool Quarantine::rootLiesInHome() const {
+  const std::string realRoot = resolveLinks(standardBase(root));
+  const std::string realHome = resolveLinks(standardBase(home));
+  return !realRoot.empty() && !realHome.empty() && isBelow(realRoot, realHome);
 }
 
 NewBatchFolder Quarantine::createBatchDirectory(int64_t now, int maxAttempts) const {
@@ -298,8 +344,7 @@ QuarantineBatch Quarantine::move(const std::vector<std::string>& paths, int64_t 
       fail();
       continue;
     }
-    const std::string realSource = joinRelative(resolveLinks(stdHome), joinRelative(from->parent, from->name));
-    if (realRoot.empty() || realSource == realRoot || isBelow(realRoot, realSource) || isBelow(realSource, realRoot)) {
+    if (overlapsStore(realPathOf(stdHome, *from), realRoot)) {
       fail();
       continue;
     }
@@ -374,6 +419,7 @@ RestoreResult Quarantine::restore(std::string_view id) const {
   const DirHandle homeDir = DirHandle::open(home);
   const std::string stdHome = standardBase(home);
   const std::string stdBatch = folder.string();
+  const std::string realRoot = resolveLinks(standardBase(root));
 
   RestoreResult result;
   std::vector<QuarantineItem> remaining;
@@ -385,6 +431,8 @@ RestoreResult Quarantine::restore(std::string_view id) const {
       auto to = placeBelow(stdHome, target.location.string());
       if (!from || !to || isReservedInBatch(source.substr(prefixOf(stdBatch).size())))
         throw QuarantineError(QuarantineErrorKind::outsideBatch, item.stored);
+      if (overlapsStore(realPathOf(stdHome, *to), realRoot))
+        throw QuarantineError(QuarantineErrorKind::outsideHome, item.original);
       DirHandle fromDir = openBelow(batchDir, from->parent);
       if (!entryExists(fromDir, from->name)) throw std::system_error(ENOENT, std::generic_category(), item.stored);
       // Occupied by anything at all, a dangling link included: the item stays. The exclusive
@@ -406,7 +454,7 @@ RestoreResult Quarantine::restore(std::string_view id) const {
   }
 
   if (remaining.empty()) {
-    removeTree(rootDir, folderName);
+    removeBatchFolder(rootDir, folderName);
   } else {
     batch.items = std::move(remaining);
     writeFileAtomically(folder / manifestName, encodeManifest(batch));
@@ -418,7 +466,7 @@ void Quarantine::purge(std::string_view id) const {
   const auto folder = resolveBatchDir(id);
   struct stat st;
   if (::lstat(folder.c_str(), &st) != 0) throw QuarantineError(QuarantineErrorKind::batchNotFound, std::string(id));
-  removeTree(DirHandle::open(root), folder.filename().string());
+  removeBatchFolder(DirHandle::open(root), folder.filename().string());
 }
 
 ExpireResult Quarantine::expire(int64_t now) const {
@@ -433,7 +481,7 @@ ExpireResult Quarantine::expire(int64_t now) const {
       continue;
     }
     try {
-      removeTree(DirHandle::open(root), id);
+      removeBatchFolder(DirHandle::open(root), id);
       result.purged.push_back(id);
     } catch (const std::exception&) {
       result.failed.push_back(id);
@@ -514,6 +562,7 @@ RecoverResult Quarantine::recover(std::string_view folderName) const {
   if (opening == MoveJournal::Opening::opened) {
     const std::string stdHome = standardBase(home);
     const std::string stdBatch = folder.string();
+    const std::string realRoot = resolveLinks(standardBase(root));
     auto entries = journal.entries();
     std::set<std::string> seen;
     // Newest first, as an undo goes.
@@ -531,6 +580,8 @@ RecoverResult Quarantine::recover(std::string_view folderName) const {
         auto from = placeBelow(stdBatch, source);
         auto to = placeBelow(stdHome, target.location.string());
         if (!from || !to) throw QuarantineError(QuarantineErrorKind::outsideBatch, entry.stored);
+        if (overlapsStore(realPathOf(stdHome, *to), realRoot))
+          throw QuarantineError(QuarantineErrorKind::outsideHome, entry.original);
 
         std::optional<DirHandle> fromDir;
         try {

@@ -56,6 +56,8 @@ struct Quarantine {
                                                   std::string_view relative);
   // outsideQuarantine unless `id` is one plain folder name directly under the root.
   std::filesystem::path resolveBatchDir(std::string_view id) const;
+  // Whether the root, its links resolved as far as it exists, lies below the home folder.
+  bool rootLiesInHome() const;
 
   // Creates the root when missing, then the batch folder exclusively: id, id-2, … id-N.
   // batchIDExhausted carries the id without suffix. `maxAttempts` below 1 counts as 1.
