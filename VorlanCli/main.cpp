@@ -1,9 +1,11 @@
 // `vorlan`: Vorlan's core from a terminal, with the program's own Korean texts.
 #include <pwd.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
+#include <climits>
 #include <exception>
 #include <fmt/format.h>
 
@@ -35,10 +37,31 @@ constexpr std::string_view kHelp =
   vorlan --version | --help
 )";
 
+// The home folder with links and ".." resolved, so that every check of a path against it
+// looks at the same place the kernel will use.
 std::filesystem::path currentHome() {
-  if (const char* h = std::getenv("HOME"); h && *h) return h;
-  if (passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir) return pw->pw_dir;
-  return {};
+  std::filesystem::path home;
+  if (const char* h = std::getenv("HOME"); h && *h)
+    home = h;
+  else if (passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir)
+    home = pw->pw_dir;
+  std::error_code ec;
+  auto resolved = std::filesystem::canonical(home, ec);
+  return ec ? home : resolved;
+}
+
+// Walks of deep trees hold one open folder per level; macOS starts programs with a soft limit
+// of 256 descriptors, so take what the hard limit allows.
+void raiseOpenFileLimit() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= limit.rlim_max) return;
+  rlimit wanted = limit;
+  wanted.rlim_cur = limit.rlim_max;
+#ifdef OPEN_MAX
+  // macOS refuses a soft limit above OPEN_MAX even when the hard limit is unlimited.
+  if (wanted.rlim_cur > OPEN_MAX) wanted.rlim_cur = OPEN_MAX;
+#endif
+  ::setrlimit(RLIMIT_NOFILE, &wanted);
 }
 
 }  // namespace
@@ -47,6 +70,7 @@ int main(int argc, char** argv) {
   using namespace vorlan::cli;
   // Before any thread starts, so that Ctrl-C reaches only the watcher.
   InterruptWatcher interrupts;
+  raiseOpenFileLimit();
 
   std::vector<std::string> args(argv + 1, argv + argc);
   CliContext ctx;
