@@ -20,8 +20,6 @@
 
 namespace vorlan::cli {
 
-// Shared with the quarantine command: asks a yes/no question on the terminal, giving up when
-// Ctrl-C asks the program to stop.
 namespace {
 
 struct CleanOptions {

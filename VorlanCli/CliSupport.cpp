@@ -108,7 +108,6 @@ std::string fitToColumns(std::string_view text, int columns) {
   return std::string(text.substr(0, i));
 }
 
-std::string formatGB(int64_t bytes) { return fmt::format("{:.1f}GB", static_cast<double>(bytes) / GB); }
 
 void ProgressLine::show(std::string_view text) {
   if (mode_ == Mode::off) return;

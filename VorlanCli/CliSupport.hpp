@@ -11,6 +11,8 @@
 #include <thread>
 #include <vector>
 
+#include "scan/ScanRecords.hpp"  // formatGB
+
 namespace vorlan::cli {
 
 struct CliContext {
@@ -78,6 +80,5 @@ int displayWidth(std::string_view text);
 // Cuts a UTF-8 text to at most `columns` terminal columns, never inside a character.
 std::string fitToColumns(std::string_view text, int columns);
 
-std::string formatGB(int64_t bytes);  // "%.1fGB"
 
 }  // namespace vorlan::cli

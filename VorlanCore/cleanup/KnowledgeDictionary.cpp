@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "platform/Utf8Text.hpp"
+
 namespace vorlan {
 
 namespace resources {
@@ -60,13 +62,6 @@ std::optional<DictEntry> decodeRow(const Json& row) {
   return entry;
 }
 
-// Length in characters: UTF-8 continuation bytes do not start a character.
-size_t characterCount(std::string_view text) {
-  size_t count = 0;
-  for (unsigned char c : text)
-    if ((c & 0xC0) != 0x80) ++count;
-  return count;
-}
 
 }  // namespace
 
@@ -100,7 +95,7 @@ std::optional<DictEntry> KnowledgeDictionary::lookup(std::string_view path) cons
     bool matches = path == key || (path.size() > key.size() && path.starts_with(key) &&
                                    path[key.size()] == '/');
     if (!matches) continue;
-    size_t length = characterCount(key);
+    size_t length = codePointCount(key);
     if (!best || length > bestLength) {
       best = &entry;
       bestLength = length;

@@ -71,6 +71,13 @@ std::string_view trimBlanksAndNewlines(std::string_view text) {
   return trimWith(text, [](char32_t cp) { return isBlank(cp) || isNewline(cp); });
 }
 
+size_t codePointCount(std::string_view text) {
+  size_t count = 0;
+  for (unsigned char c : text)
+    if ((c & 0xC0) != 0x80) ++count;
+  return count;
+}
+
 Utf8Char decodeUtf8At(std::string_view text, size_t i) { return decodeAt(text, i); }
 
 bool isValidUtf8(std::string_view text) {

@@ -14,6 +14,9 @@ std::string_view trimBlanksAndNewlines(std::string_view text);
 // Strict: overlong forms, surrogates and values past U+10FFFF are not UTF-8.
 bool isValidUtf8(std::string_view text);
 
+// Length in characters, not bytes: continuation bytes do not start a character.
+size_t codePointCount(std::string_view text);
+
 // One character decoded at text[i]; `length` is 0 when the bytes there are not UTF-8.
 struct Utf8Char {
   char32_t codePoint = 0;

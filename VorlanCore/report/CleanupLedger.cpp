@@ -11,7 +11,7 @@ namespace {
 
 // Padded to eight columns so that the amounts of the lines stand one under the other.
 std::string amount(int64_t bytes) {
-  return fmt::format("{:>8}", fmt::format("{:.1f}GB", static_cast<double>(bytes) / GB));
+  return fmt::format("{:>8}", formatGB(bytes));
 }
 
 std::string localDate(int64_t epoch) {

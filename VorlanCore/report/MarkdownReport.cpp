@@ -1,6 +1,7 @@
 #include "report/MarkdownReport.hpp"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <cmath>
 #include <ctime>
@@ -59,12 +60,7 @@ std::string orNull(const std::optional<T>& value) {
 }
 
 std::string joinLines(const std::vector<std::string>& lines) {
-  std::string text;
-  for (size_t i = 0; i < lines.size(); ++i) {
-    if (i > 0) text += '\n';
-    text += lines[i];
-  }
-  return text;
+  return fmt::format("{}", fmt::join(lines, "\n"));
 }
 
 void appendFenced(std::vector<std::string>& lines, const std::vector<std::string>& block,

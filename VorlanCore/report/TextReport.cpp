@@ -1,6 +1,7 @@
 #include "report/TextReport.hpp"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 
@@ -9,15 +10,9 @@ namespace {
 
 constexpr std::string_view subLineIndent = "            └ ";
 
-std::string gbText(int64_t bytes) { return fmt::format("{:.1f}GB", static_cast<double>(bytes) / GB); }
 
 std::string joinLines(const std::vector<std::string>& lines) {
-  std::string text;
-  for (size_t i = 0; i < lines.size(); ++i) {
-    if (i > 0) text += '\n';
-    text += lines[i];
-  }
-  return text;
+  return fmt::format("{}", fmt::join(lines, "\n"));
 }
 
 }  // namespace
@@ -40,8 +35,8 @@ std::map<Grade, int64_t> gradeTotals(const std::vector<Finding>& findings) {
 
 std::optional<std::string> cleanupSummaryLine(int64_t staleBytes, int64_t orphanBytes) {
   std::vector<std::string> parts;
-  if (staleBytes >= 1) parts.push_back("90일 미사용 " + gbText(staleBytes));
-  if (orphanBytes >= 1) parts.push_back("주인 없는 캐시 " + gbText(orphanBytes));
+  if (staleBytes >= 1) parts.push_back("90일 미사용 " + formatGB(staleBytes));
+  if (orphanBytes >= 1) parts.push_back("주인 없는 캐시 " + formatGB(orphanBytes));
   if (parts.empty()) return std::nullopt;
   std::string line(subLineIndent);
   for (size_t i = 0; i < parts.size(); ++i) {
@@ -54,8 +49,8 @@ std::optional<std::string> cleanupSummaryLine(int64_t staleBytes, int64_t orphan
 std::string renderReport(const DeepScanResult& result, int64_t minBytes, std::string_view email) {
   std::vector<std::string> lines{
       "=== Vorlan 시스템 데이터 해부 리포트 (읽기 전용) ===",
-      fmt::format("디스크 전체 {} / 여유 {}", gbText(result.diskTotalBytes),
-                  gbText(result.diskFreeBytes)),
+      fmt::format("디스크 전체 {} / 여유 {}", formatGB(result.diskTotalBytes),
+                  formatGB(result.diskFreeBytes)),
   };
   if (result.runningContainers && *result.runningContainers >= 1)
     lines.push_back(fmt::format(
@@ -83,7 +78,7 @@ std::string renderReport(const DeepScanResult& result, int64_t minBytes, std::st
         headed = true;
       }
       const std::string shownPath = f.path.starts_with('/') ? f.path : "~/" + f.path;
-      lines.push_back(fmt::format("  {:>8}  {} — {}", gbText(f.sizeBytes.value_or(0)), shownPath,
+      lines.push_back(fmt::format("  {:>8}  {} — {}", formatGB(f.sizeBytes.value_or(0)), shownPath,
                                   f.note));
       if (!f.hint.empty()) lines.push_back(std::string(subLineIndent) + f.hint);
       if (auto it = result.cleanupTotals.find(f.path); it != result.cleanupTotals.end())
@@ -94,8 +89,8 @@ std::string renderReport(const DeepScanResult& result, int64_t minBytes, std::st
 
   const auto totals = gradeTotals(listed);
   lines.emplace_back();
-  lines.push_back("즉시 안전 삭제 가능: " + gbText(totals.at(Grade::safe)));
-  lines.push_back("확인 후 삭제 후보: " + gbText(totals.at(Grade::review)));
+  lines.push_back("즉시 안전 삭제 가능: " + formatGB(totals.at(Grade::safe)));
+  lines.push_back("확인 후 삭제 후보: " + formatGB(totals.at(Grade::review)));
   lines.emplace_back("이 리포트는 아무것도 삭제하지 않았습니다. 항목별 안내를 확인 후 직접 진행하세요.");
   lines.emplace_back(
       "안내는 실측에 기반한 참고 정보이며, 삭제 실행과 그 결과는 사용자 책임입니다. 진행 전 "

@@ -3,18 +3,12 @@
 #include <algorithm>
 #include <limits>
 
+#include "platform/Utf8Text.hpp"
 #include "scan/RuleTable.hpp"
 
 namespace vorlan {
 namespace {
 
-// Characters, not bytes: Korean and other multi-byte names must not win by their encoding.
-size_t codePointCount(std::string_view text) {
-  size_t count = 0;
-  for (unsigned char c : text)
-    if ((c & 0xC0) != 0x80) ++count;
-  return count;
-}
 
 }  // namespace
 

@@ -1,6 +1,10 @@
 #include "scan/ScanRecords.hpp"
 
+#include <fmt/format.h>
+
 namespace vorlan {
+
+std::string formatGB(int64_t bytes) { return fmt::format("{:.1f}GB", static_cast<double>(bytes) / GB); }
 
 std::string_view rawValue(Grade grade) {
   switch (grade) {

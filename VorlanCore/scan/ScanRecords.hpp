@@ -13,6 +13,10 @@ namespace vorlan {
 // Every gigabyte figure is decimal; only du's input unit is binary.
 inline constexpr double GB = 1000000000.0;
 
+// An amount as every text shows it: "%.1fGB" of decimal gigabytes, with a point whatever
+// the locale.
+std::string formatGB(int64_t bytes);
+
 enum class Grade { safe, review, never, unknown };
 
 inline constexpr std::array<Grade, 4> gradeAllCases{Grade::safe, Grade::review, Grade::never,
