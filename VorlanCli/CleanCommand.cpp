@@ -10,7 +10,7 @@
 #include "Cancelled.hpp"
 #include "Commands.hpp"
 #include "NetworkCli.hpp"
-#include "PlanProgressReporter.hpp"
+#include "PlanLoading.hpp"
 #include "cleanup/AppOwnership.hpp"
 #include "cleanup/CleanupExecution.hpp"
 #include "cleanup/CleanupSession.hpp"
@@ -162,21 +162,10 @@ int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
   if (refused) return exitFailure;
   requested = withoutNested(std::move(requested));
 
-  const auto mode = progressModeFor(ctx, options.noProgress);
-  ProgressLine line(mode);
-  PlanProgressReporter reporter(line, mode == ProgressLine::Mode::terminal);
-  LoadedPlan plan;
   const auto dictionary = KnowledgeDictionary::bundled();
-  try {
-    plan = loadCleanupPlan(ctx.home, dictionary, installedBundleIDs(defaultAppDirs(ctx.home)),
-                           runningBundleIDs(), ctx.now, {}, [&](const PlanLoadProgress& p) { reporter(p); },
-                           defaultMeasuringThreads(), ctx.stop);
-  } catch (const Cancelled&) {
-    line.finish();
-    warn("중단했습니다. 아무것도 바뀌지 않았습니다.");
-    return exitCancelled;
-  }
-  line.finish();
+  auto loaded = loadPlanWithProgress(ctx, dictionary, options.noProgress);
+  if (!loaded) return exitCancelled;
+  const LoadedPlan& plan = *loaded;
 
   // A row the plan keeps (wallets, address books, …) or explains only by narrower paths is
   // never carried out, also when it is named by hand.

@@ -5,11 +5,9 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "Cancelled.hpp"
 #include "Commands.hpp"
 #include "NetworkCli.hpp"
-#include "PlanProgressReporter.hpp"
-#include "cleanup/AppOwnership.hpp"
+#include "PlanLoading.hpp"
 #include "cleanup/CleanupSession.hpp"
 
 namespace vorlan::cli {
@@ -136,26 +134,10 @@ int runPlan(const std::vector<std::string>& args, const CliContext& ctx) {
   if (options.explain && options.json)
     return usageError("--explain 과 --json 은 함께 쓸 수 없습니다.");
 
-  const auto mode = progressModeFor(ctx, options.noProgress);
-  ProgressLine line(mode);
-  PlanProgressReporter reporter(line, mode == ProgressLine::Mode::terminal);
-  const PlanLoadProgressFn progress = [&](const PlanLoadProgress& p) { reporter(p); };
-
-  LoadedPlan plan;
   const auto dictionary = KnowledgeDictionary::bundled();
-  try {
-    const auto installed = installedBundleIDs(defaultAppDirs(ctx.home));
-    const auto running = runningBundleIDs();
-    plan = loadCleanupPlan(ctx.home, dictionary, installed, running, ctx.now, {}, progress,
-                           defaultMeasuringThreads(), ctx.stop);
-  } catch (const Cancelled&) {
-    line.finish();
-    warn("중단했습니다. 아무것도 바뀌지 않았습니다.");
-    return exitCancelled;
-  }
-  line.finish();
-  for (const auto& parent : plan.unreadableParents)
-    warn(fmt::format("읽을 수 없어 건너뜀: ~/{}", parent));
+  auto loaded = loadPlanWithProgress(ctx, dictionary, options.noProgress);
+  if (!loaded) return exitCancelled;
+  LoadedPlan& plan = *loaded;
   if (options.explain) plan.items = explainPlan(plan.items, dictionary, ctx);
 
   const auto shown = options.all ? plan.items : visibleItems(plan.items);

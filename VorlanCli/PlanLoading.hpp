@@ -1,11 +1,14 @@
-// Progress of the plan's measuring, shared by `vorlan plan` and `vorlan clean`.
+// Loading the cleanup plan from the command line, with its progress on stderr: shared by
+// `vorlan plan` and `vorlan clean`.
 #pragma once
 #include <chrono>
+#include <optional>
 #include <set>
 #include <string>
 
 #include "CliSupport.hpp"
 #include "cleanup/CleanupSession.hpp"
+#include "cleanup/KnowledgeDictionary.hpp"
 
 namespace vorlan::cli {
 
@@ -22,5 +25,11 @@ class PlanProgressReporter {
   std::chrono::steady_clock::time_point lastDrawn_{};
   std::set<std::string> seen_;
 };
+
+// Measures and judges the plan for the current user's home. Absent when Ctrl-C stopped it
+// (one line says so); unreadable parents are named on stderr.
+std::optional<LoadedPlan> loadPlanWithProgress(const CliContext& ctx,
+                                               const KnowledgeDictionary& dictionary,
+                                               bool noProgress);
 
 }  // namespace vorlan::cli
