@@ -7,7 +7,6 @@
 #include <fmt/format.h>
 #include <set>
 
-#include "Cancelled.hpp"
 #include "Commands.hpp"
 #include "NetworkCli.hpp"
 #include "PlanLoading.hpp"
