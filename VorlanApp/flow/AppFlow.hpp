@@ -1,0 +1,130 @@
+// The application's one top-level state object: which step of the journey the user is on, the
+// running scan and its result, the statistics consent and outcome, and the launch work (expiry
+// of the quarantine, the update check). Lives on the main thread for the life of the process;
+// every field is written only there. Work runs on worker threads and hops back queued.
+#pragma once
+#include <QObject>
+#include <QString>
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <thread>
+
+#include "network/Environment.hpp"
+#include "network/HttpTransport.hpp"
+#include "network/UpdateCheck.hpp"
+#include "scan/ScanRecords.hpp"
+#include "scan/ToolRunning.hpp"
+
+namespace vorlan::app {
+
+// The world as the app sees it: the real one from main(), a scripted one in tests.
+struct AppEnvironment {
+  std::filesystem::path home;
+  Environment environment;  // captured once at start
+  std::function<std::unique_ptr<ToolRunning>()> makeToolRunner;  // one per scan
+  HasBinary hasBinary;
+  std::function<std::unique_ptr<HttpTransport>()> makeTransport;  // one per request
+  std::function<int64_t()> now;                                   // seconds since 1970
+};
+
+// HOME, the process environment, the real tool runner, libcurl and the system clock.
+AppEnvironment realEnvironment();
+
+// The disk image the user may put in the trash after the app moved itself.
+struct TrashCandidate {
+  QString path;
+  bool operator==(const TrashCandidate&) const = default;
+};
+
+class AppFlow : public QObject {
+  Q_OBJECT
+
+ public:
+  enum class Step { welcome, fullDiskAccess, systemDataInput, scanning, report, cleanupPlan };
+  Q_ENUM(Step)
+
+  // Starts the launch work at once; none of it blocks the first screen.
+  explicit AppFlow(AppEnvironment env, QObject* parent = nullptr);
+  ~AppFlow() override;  // stops a running scan and joins its thread
+
+  const AppEnvironment& environment() const { return env_; }
+
+  Step step() const { return step_; }
+  void setStep(Step step);
+
+  std::optional<double> systemDataGB() const { return systemDataGB_; }
+  void setSystemDataGB(std::optional<double> gb);
+
+  const std::optional<ScanProgress>& progress() const { return progress_; }
+  const std::optional<DeepScanResult>& result() const { return result_; }
+  const std::optional<QString>& scanError() const { return scanError_; }
+  void setScanError(std::optional<QString> error);  // the alert's "확인" clears it
+  double scanDuration() const { return scanDuration_; }
+
+  bool telemetryConsented() const { return telemetryConsented_; }
+  void setTelemetryConsented(bool consented);
+  std::optional<bool> telemetrySent() const { return telemetrySent_; }
+  const std::optional<QString>& telemetryPreview() const { return telemetryPreview_; }
+
+  const std::optional<UpdateInfo>& availableUpdate() const { return availableUpdate_; }
+  bool updateDismissed() const { return updateDismissed_; }
+  void setUpdateDismissed(bool dismissed);
+  bool showMoveSheet() const { return showMoveSheet_; }
+  void setShowMoveSheet(bool show);
+  const std::optional<TrashCandidate>& dmgToTrash() const { return dmgToTrash_; }
+  void setDmgToTrash(std::optional<TrashCandidate> candidate);
+
+  // Starts a scan on a worker thread, ending any earlier one.
+  void startScan();
+  // Ends the running scan's tool at once; the flow returns to the input screen by itself
+  // when the scan has come to its end.
+  void cancelScan();
+  bool isScanning() const;
+
+  // Sends the masked scan report when a back-end is configured and the user agreed.
+  void sendTelemetryIfConsented(const DeepScanResult& result);
+  // A fixed example state for working on the report screen without a scan.
+  void applyDebugReportFixture();
+
+  // Whether the app may read protected folders, asked afresh each time.
+  bool fullDiskAccessGranted() const;
+
+ signals:
+  void stepChanged();
+  void systemDataGBChanged();
+  void progressChanged();
+  void resultChanged();
+  void scanErrorChanged();
+  void scanDurationChanged();
+  void telemetryConsentedChanged();
+  void telemetrySentChanged();
+  void telemetryPreviewChanged();
+  void availableUpdateChanged();
+  void updateDismissedChanged();
+  void showMoveSheetChanged();
+  void dmgToTrashChanged();
+
+ private:
+  AppEnvironment env_;
+  Step step_ = Step::welcome;
+  std::optional<double> systemDataGB_;
+  std::optional<ScanProgress> progress_;
+  std::optional<DeepScanResult> result_;
+  std::optional<QString> scanError_;
+  double scanDuration_ = 0;
+  bool telemetryConsented_ = false;
+  std::optional<bool> telemetrySent_;
+  std::optional<QString> telemetryPreview_;
+  std::optional<UpdateInfo> availableUpdate_;
+  bool updateDismissed_ = false;
+  bool showMoveSheet_ = false;
+  std::optional<TrashCandidate> dmgToTrash_;
+};
+
+}  // namespace vorlan::app

@@ -1,0 +1,19 @@
+// Placeholder: the screen's content comes with the theme and screens work.
+#pragma once
+#include <QWidget>
+
+namespace vorlan::app {
+
+class AppFlow;
+
+class ReportView : public QWidget {
+  Q_OBJECT
+
+ public:
+  explicit ReportView(AppFlow& flow, QWidget* parent = nullptr);
+
+ private:
+  AppFlow& flow_;
+};
+
+}  // namespace vorlan::app
