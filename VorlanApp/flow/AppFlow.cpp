@@ -40,7 +40,6 @@ void AppFlow::startScan() {}
 void AppFlow::cancelScan() {}
 bool AppFlow::isScanning() const { return false; }
 void AppFlow::sendTelemetryIfConsented(const DeepScanResult&) {}
-void AppFlow::applyDebugReportFixture() {}
 bool AppFlow::fullDiskAccessGranted() const { return true; }
 
 }  // namespace vorlan::app
