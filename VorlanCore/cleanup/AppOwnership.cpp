@@ -5,8 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <plist/plist.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -17,6 +15,7 @@
 #include <optional>
 
 #include "platform/FileReading.hpp"
+#include "platform/PropertyList.hpp"
 
 #ifdef __APPLE__
 #include <libproc.h>
@@ -46,10 +45,6 @@ std::string_view vendorPrefix(std::string_view identifier) {
   return second == std::string_view::npos ? identifier : identifier.substr(0, second);
 }
 
-
-struct PlistFree {
-  void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
-};
 
 }  // namespace
 
@@ -124,23 +119,10 @@ bool isCurrentlyRunning(std::string_view name, const std::set<std::string>& runn
 }
 
 std::string bundleIdentifierOfInfoPlist(const std::filesystem::path& infoPlist) {
-  auto data = readRegularFile(infoPlist);
-  if (!data || data->empty() || data->size() > UINT32_MAX) return {};
-  const auto length = static_cast<uint32_t>(data->size());
-  plist_t raw = nullptr;
-  if (plist_is_binary(data->data(), length))
-    plist_from_bin(data->data(), length, &raw);
-  else
-    plist_from_xml(data->data(), length, &raw);
-  std::unique_ptr<void, PlistFree> root(raw);
-  if (!raw || plist_get_node_type(raw) != PLIST_DICT) return {};
-  plist_t node = plist_dict_get_item(raw, "CFBundleIdentifier");
-  if (!node || plist_get_node_type(node) != PLIST_STRING) return {};
-  char* value = nullptr;
-  plist_get_string_val(node, &value);
-  std::string identifier = value ? value : "";
-  std::free(value);
-  return identifier;
+  const auto data = readRegularFile(infoPlist);
+  if (!data) return {};
+  const PlistTree root = parsePropertyList(*data);
+  return plistString(root.get(), "CFBundleIdentifier").value_or("");
 }
 
 std::set<std::string> installedBundleIDs(const std::vector<std::filesystem::path>& appDirs) {
