@@ -113,6 +113,35 @@ std::optional<InheritedKnowledge> inheritedKnowledge(std::string_view path) {
   return InheritedKnowledge{best->grade, best->note, best->hint};
 }
 
+CleanupItem judgeFolder(std::string_view parent, const std::string& name, const UsageStat& usage,
+                        const KnowledgeDictionary& dictionary, const std::set<std::string>& installed,
+                        const std::set<std::string>& running, int64_t now,
+                        const InheritLookup& inherit) {
+  std::string path = fmt::format("{}/{}", parent, name);
+  std::optional<DictEntry> entry = dictionary.lookup(path);
+  std::optional<InheritedKnowledge> inherited =
+      inherit ? inherit(path) : std::optional<InheritedKnowledge>{};
+  Decision decision = decide(name, usage, now, entry, inherited, installed, running);
+
+  CleanupItem item;
+  item.name = name;
+  item.path = std::move(path);
+  item.bytes = usage.bytes;
+  item.lastChangedEpoch = usage.lastChangedEpoch;
+  item.fileCount = usage.fileCount;
+  item.verdict = decision.verdict;
+  item.checked = isCheckedByDefault(decision.verdict);
+  item.reason = std::move(decision.reason);
+  if (entry) item.deletePaths = entry->deletePaths;
+  if (entry && !entry->what.empty())
+    item.what = entry->what;
+  else if (inherited)
+    item.what = inherited->what;
+  item.consequence = consequence(decision.verdict, decision.purgeImmediately, entry, inherited);
+  item.purgeImmediately = decision.purgeImmediately;
+  return item;
+}
+
 std::vector<CleanupItem> buildCleanupPlan(std::string_view parent,
                                           const std::map<std::string, UsageStat>& children,
                                           const KnowledgeDictionary& dictionary,
@@ -122,31 +151,8 @@ std::vector<CleanupItem> buildCleanupPlan(std::string_view parent,
   std::vector<CleanupItem> rows;
   rows.reserve(children.size());
   // The map is ordered by name, which gives equal sizes their order below.
-  for (const auto& [name, usage] : children) {
-    std::string path = fmt::format("{}/{}", parent, name);
-    std::optional<DictEntry> entry = dictionary.lookup(path);
-    std::optional<InheritedKnowledge> inherited =
-        inherit ? inherit(path) : std::optional<InheritedKnowledge>{};
-    Decision decision = decide(name, usage, now, entry, inherited, installed, running);
-
-    CleanupItem item;
-    item.name = name;
-    item.path = std::move(path);
-    item.bytes = usage.bytes;
-    item.lastChangedEpoch = usage.lastChangedEpoch;
-    item.fileCount = usage.fileCount;
-    item.verdict = decision.verdict;
-    item.checked = isCheckedByDefault(decision.verdict);
-    item.reason = std::move(decision.reason);
-    if (entry) item.deletePaths = entry->deletePaths;
-    if (entry && !entry->what.empty())
-      item.what = entry->what;
-    else if (inherited)
-      item.what = inherited->what;
-    item.consequence = consequence(decision.verdict, decision.purgeImmediately, entry, inherited);
-    item.purgeImmediately = decision.purgeImmediately;
-    rows.push_back(std::move(item));
-  }
+  for (const auto& [name, usage] : children)
+    rows.push_back(judgeFolder(parent, name, usage, dictionary, installed, running, now, inherit));
   std::stable_sort(rows.begin(), rows.end(),
                    [](const CleanupItem& a, const CleanupItem& b) { return a.bytes > b.bytes; });
   return rows;

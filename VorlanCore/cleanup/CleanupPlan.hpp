@@ -82,6 +82,13 @@ using InheritLookup = std::function<std::optional<InheritedKnowledge>(std::strin
 // The rule table's knowledge for `path`: the longest home-relative rule at or above it.
 std::optional<InheritedKnowledge> inheritedKnowledge(std::string_view path);
 
+// The row of one measured child folder of `parent`. A pure function: a row depends on its own
+// folder only, so rows can be shown one by one while the others are still measured.
+CleanupItem judgeFolder(std::string_view parent, const std::string& name, const UsageStat& usage,
+                        const KnowledgeDictionary& dictionary, const std::set<std::string>& installed,
+                        const std::set<std::string>& running, int64_t now,
+                        const InheritLookup& inherit);
+
 // Rows for the children of `parent`, largest first, equal sizes by name. A pure function.
 std::vector<CleanupItem> buildCleanupPlan(std::string_view parent,
                                           const std::map<std::string, UsageStat>& children,

@@ -17,12 +17,13 @@ namespace {
 struct MeasureJob {
   size_t parent;  // index into expandedParents
   std::string name;
-  UsageStat usage;
+  CleanupItem row;
 };
 
-// Walks every job's folder. Each folder is walked whole by one thread, so a result never
-// depends on how the work was shared out.
+// Walks and judges every job's folder. Each folder is walked whole by one thread, so a result
+// never depends on how the work was shared out.
 void measureAll(const std::filesystem::path& home, std::vector<MeasureJob>& jobs,
+                const std::function<CleanupItem(std::string_view, const std::string&, const UsageStat&)>& judge,
                 const PlanLoadProgressFn& progress, unsigned threads, std::stop_token stop) {
   std::atomic<size_t> next{0};
   std::mutex progressLock;
@@ -35,11 +36,11 @@ void measureAll(const std::filesystem::path& home, std::vector<MeasureJob>& jobs
       for (size_t i = next++; i < jobs.size() && !failed; i = next++) {
         MeasureJob& job = jobs[i];
         const std::string_view parent = CleanupPolicy::expandedParents[job.parent];
-        job.usage = walkTree(home / parent / job.name, stop);
+        job.row = judge(parent, job.name, walkTree(home / parent / job.name, stop));
         std::lock_guard guard(progressLock);
         ++done;
         if (progress)
-          progress({std::string(parent), done, static_cast<int64_t>(jobs.size())});
+          progress({std::string(parent), done, static_cast<int64_t>(jobs.size()), job.row});
       }
     } catch (...) {
       std::lock_guard guard(progressLock);
@@ -85,25 +86,25 @@ LoadedPlan loadCleanupPlan(const std::filesystem::path& home, const KnowledgeDic
     // A parent that does not exist is normal (the tool was never used); one that exists and
     // cannot be read is worth telling.
     if (!children.listed && !children.missing) plan.unreadableParents.emplace_back(parent);
+    // Name order within a parent gives rows of equal size their order.
+    std::sort(children.names.begin(), children.names.end());
     for (auto& name : children.names) jobs.push_back({p, std::move(name), {}});
   }
 
-  measureAll(home, jobs, progress, threads, stop);
+  auto judge = [&](std::string_view parent, const std::string& name, const UsageStat& usage) {
+    CleanupItem row = judgeFolder(parent, name, usage, dictionary, installed, running, now,
+                                  inheritedKnowledge);
+    return explanations.empty() ? row : applyExplanations({row}, explanations).front();
+  };
+  measureAll(home, jobs, judge, progress, threads, stop);
   throwIfCancelled(stop);
 
-  std::vector<std::map<std::string, UsageStat>> measured(CleanupPolicy::expandedParents.size());
-  for (auto& job : jobs) measured[job.parent].emplace(std::move(job.name), job.usage);
-
   std::vector<CleanupItem> rows;
-  for (size_t p = 0; p < measured.size(); ++p) {
-    if (measured[p].empty()) continue;
-    auto parentRows = buildCleanupPlan(CleanupPolicy::expandedParents[p], measured[p], dictionary,
-                                       installed, running, now, inheritedKnowledge);
-    std::move(parentRows.begin(), parentRows.end(), std::back_inserter(rows));
-  }
+  rows.reserve(jobs.size());
+  for (auto& job : jobs) rows.push_back(std::move(job.row));
   std::stable_sort(rows.begin(), rows.end(),
                    [](const CleanupItem& a, const CleanupItem& b) { return a.bytes > b.bytes; });
-  plan.items = applyExplanations(rows, explanations);
+  plan.items = std::move(rows);
   return plan;
 }
 

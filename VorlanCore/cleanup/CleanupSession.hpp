@@ -20,6 +20,7 @@ struct PlanLoadProgress {
   std::string parent;        // home-relative parent of the folder measured last
   int64_t foldersDone = 0;   // child folders measured so far, over all parents
   int64_t foldersTotal = 0;  // child folders found under all parents
+  CleanupItem row;           // the row of the folder measured last, as the plan will hold it
   bool operator==(const PlanLoadProgress&) const = default;
 };
 

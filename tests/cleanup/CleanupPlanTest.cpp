@@ -143,6 +143,13 @@ TEST(CleanupSession, ThreadsChangeNothingButSpeed) {
   for (size_t i = 0; i < seen.size(); ++i)  // one call at a time, counting up
     EXPECT_EQ(std::pair(seen[i].foldersDone, seen[i].foldersTotal), std::pair(int64_t(i) + 1, int64_t{63}));
   EXPECT_EQ(seen.size(), 63u);
+  // Each report carries its folder's finished row, so a screen can show rows as they come.
+  std::vector<CleanupItem> reported, planned = many.items;
+  for (const auto& p : seen) reported.push_back(p.row);
+  auto byPath = [](const CleanupItem& a, const CleanupItem& b) { return a.path < b.path; };
+  std::sort(reported.begin(), reported.end(), byPath);
+  std::sort(planned.begin(), planned.end(), byPath);
+  EXPECT_EQ(reported, planned);
 }
 
 TEST(CleanupSession, UnreadableParentHasNoRowsAndIsNamed) {
