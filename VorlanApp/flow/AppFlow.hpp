@@ -15,26 +15,12 @@
 #include <string>
 #include <thread>
 
-#include "network/Environment.hpp"
-#include "network/HttpTransport.hpp"
+#include "flow/AppEnvironment.hpp"
 #include "network/UpdateCheck.hpp"
 #include "scan/ScanRecords.hpp"
 #include "scan/ToolRunning.hpp"
 
 namespace vorlan::app {
-
-// The world as the app sees it: the real one from main(), a scripted one in tests.
-struct AppEnvironment {
-  std::filesystem::path home;
-  Environment environment;  // captured once at start
-  std::function<std::unique_ptr<ToolRunning>()> makeToolRunner;  // one per scan
-  HasBinary hasBinary;
-  std::function<std::unique_ptr<HttpTransport>()> makeTransport;  // one per request
-  std::function<int64_t()> now;                                   // seconds since 1970
-};
-
-// HOME, the process environment, the real tool runner, libcurl and the system clock.
-AppEnvironment realEnvironment();
 
 // The disk image the user may put in the trash after the app moved itself.
 struct TrashCandidate {

@@ -1,0 +1,27 @@
+// The world as the app sees it: the real one from main(), a scripted one in tests. Every flow
+// object takes its home folder, clock, tools and network from here.
+#pragma once
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+
+#include "network/Environment.hpp"
+#include "network/HttpTransport.hpp"
+#include "scan/ToolRunning.hpp"
+
+namespace vorlan::app {
+
+struct AppEnvironment {
+  std::filesystem::path home;
+  Environment environment;  // captured once at start
+  std::function<std::unique_ptr<ToolRunning>()> makeToolRunner;  // one per scan
+  HasBinary hasBinary;
+  std::function<std::unique_ptr<HttpTransport>()> makeTransport;  // one per request
+  std::function<int64_t()> now;                                   // seconds since 1970
+};
+
+// HOME, the process environment, the real tool runner, libcurl and the system clock.
+AppEnvironment realEnvironment();
+
+}  // namespace vorlan::app
