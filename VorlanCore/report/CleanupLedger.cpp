@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <limits>
 #include <fmt/format.h>
 
 #include "scan/ScanRecords.hpp"
@@ -22,6 +23,15 @@ std::string localDate(int64_t epoch) {
 }
 
 }  // namespace
+
+int64_t freedByEmptying(int64_t promised, std::optional<int64_t> usedBefore,
+                        std::optional<int64_t> usedAfter) {
+  if (!usedBefore || !usedAfter) return promised;
+  // A disk that filled up meanwhile shows no change at all.
+  const int64_t delta = *usedAfter > *usedBefore ? 0 : *usedBefore - *usedAfter;
+  const bool lagged = delta < std::numeric_limits<int64_t>::max() / 10 && delta * 10 < promised;
+  return lagged ? promised : delta;
+}
 
 CleanupLedger cleanupLedger(const std::vector<QuarantineBatch>& batches, int64_t freedBytes) {
   CleanupLedger ledger;

@@ -17,6 +17,12 @@ struct CleanupLedger {
   bool operator==(const CleanupLedger&) const = default;
 };
 
+// Space freed by emptying batches whose manifests promise `promised` bytes, from the volume's
+// used figure before and after. The measured change wins unless it is under a tenth of the
+// promise (the file system may not have released the space yet) or a figure is missing.
+int64_t freedByEmptying(int64_t promised, std::optional<int64_t> usedBefore,
+                        std::optional<int64_t> usedAfter);
+
 CleanupLedger cleanupLedger(const std::vector<QuarantineBatch>& batches, int64_t freedBytes);
 
 // No lines when nothing was moved or freed. The date is shown in the machine's time zone.
