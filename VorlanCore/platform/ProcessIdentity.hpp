@@ -3,7 +3,9 @@
 #pragma once
 #include <filesystem>
 #include <optional>
+#include <string_view>
 #include <sys/types.h>
+#include <vector>
 
 namespace vorlan {
 
@@ -13,5 +15,8 @@ std::optional<std::filesystem::path> executableOfProcess(pid_t pid);
 // Whether `pid` runs the same executable file as `executable` (compared by device and inode,
 // so a link or another spelling of the path still matches).
 bool processRunsExecutable(pid_t pid, const std::filesystem::path& executable);
+
+// Processes other than this one whose executable lies at or under `folder`.
+std::vector<pid_t> processesRunningFrom(std::string_view folder);
 
 }  // namespace vorlan

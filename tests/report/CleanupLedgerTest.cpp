@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "report/CleanupLedger.hpp"
+#include "report/QuarantineNotices.hpp"
 
 namespace vorlan {
 namespace {
@@ -42,6 +43,23 @@ TEST(CleanupLedger, RendersAlignedAmountsAndTheLocalDate) {
   for (const auto& c : cases) EXPECT_EQ(renderCleanupLedger(c.ledger), c.lines) << c.name;
   saved.empty() ? ::unsetenv("TZ") : ::setenv("TZ", saved.c_str(), 1);
   ::tzset();
+}
+
+// The measured change of the disk wins unless it is under a tenth of what the manifests
+// promise, or a figure is missing; a disk that filled up meanwhile counts as no change.
+TEST(CleanupLedger, FreedByEmptying) {
+  const int64_t G = 1'000'000'000;
+  struct Case { std::optional<int64_t> before, after; int64_t freed; };
+  const Case cases[] = {
+      {100 * G, 99 * G + G / 2, 20 * G},  // 0.5 GB measured: lagging, the promise counts
+      {100 * G, 98 * G, 2 * G},           // exactly a tenth: measured
+      {100 * G, 101 * G, 20 * G},         // the disk filled up
+      {std::nullopt, 98 * G, 20 * G},
+      {100 * G, std::nullopt, 20 * G},
+  };
+  for (const auto& c : cases) EXPECT_EQ(freedByEmptying(20 * G, c.before, c.after), c.freed);
+  EXPECT_EQ(QuarantineNotices::partialRestore(3, 2),
+            "5개 중 3개를 되돌렸습니다 — 나머지는 같은 위치에 새 파일이 생겨 보관함에 남아 있습니다");
 }
 
 }  // namespace
