@@ -74,7 +74,9 @@ void printTable(const std::vector<CleanupItem>& shown, const std::vector<Cleanup
   for (const auto& item : shown) {
     fmt::print("{} {}  {}  ~/{}\n", tickMark(item, checked), padLeft(formatGB(item.bytes), sizeWidth),
                padRight(verdictLabel(item.verdict), labelWidth), item.path);
-    std::string words = item.what.empty() ? item.reason : item.what + " · " + item.reason;
+    // A kept row's reason is its `what`: the sentence stands once.
+    const bool once = item.what.empty() || item.what == item.reason;
+    std::string words = once ? item.reason : item.what + " · " + item.reason;
     fmt::print("{}{}\n", indent, words);
     fmt::print("{}{}\n", indent, consequenceLine(item));
   }

@@ -3,7 +3,9 @@
 namespace vorlan {
 
 ToolError ToolError::notFound(std::string name) {
-  return ToolError(Kind::notFound, "tool not found: " + name, std::move(name), {});
+  // The message is built first: the order in which arguments are evaluated is unspecified.
+  std::string what = "tool not found: " + name;
+  return ToolError(Kind::notFound, std::move(what), std::move(name), {});
 }
 
 ToolError ToolError::timeout(std::vector<std::string> arguments) {

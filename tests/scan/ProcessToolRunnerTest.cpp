@@ -87,7 +87,10 @@ TEST_F(ProcessToolRunnerTest, NotFoundAndTimeLimitAreErrors) {
   for (const auto& c : cases) {
     const auto error = errorOf([&] { runner.run(c.arguments, c.limit); });
     ASSERT_TRUE(error && error->kind == c.kind) << ::testing::PrintToString(c.arguments);
-    if (c.kind == ToolError::Kind::notFound) EXPECT_EQ(error->name, c.arguments.empty() ? "" : c.arguments[0]);
+    if (c.kind == ToolError::Kind::notFound) {
+      const std::string name = c.arguments.empty() ? "" : c.arguments[0];
+      EXPECT_EQ(std::pair(error->name, std::string(error->what())), std::pair(name, "tool not found: " + name));
+    }
     else EXPECT_EQ(error->arguments, c.arguments);
   }
   EXPECT_FALSE(fs::exists(dir / "stubborn.done")) << "the tool ignoring SIGTERM was not killed";
