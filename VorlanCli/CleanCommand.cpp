@@ -151,6 +151,11 @@ int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
 
   if (options.share) printConsent();
   const Quarantine quarantine(Quarantine::defaultRoot(ctx.home), ctx.home);
+  try {
+    quarantine.batches();  // a store that leads out of the home folder is refused before the plan
+  } catch (const QuarantineError& error) {
+    return failure(describeQuarantineFailure(error));
+  }
   // Every typed path is checked before anything is measured or moved; one bad path stops all.
   std::vector<std::string> requested;
   bool refused = false;

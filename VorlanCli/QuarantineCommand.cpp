@@ -1,6 +1,7 @@
 // `vorlan quarantine`: lists the batches, restores one, empties all, purges the expired ones,
 // and puts back what an interrupted move left in a folder without a manifest.
 #include <ctime>
+#include <system_error>
 #include <fmt/format.h>
 #include <map>
 
@@ -129,7 +130,7 @@ int expireOverdue(const Quarantine& quarantine, const CliContext& ctx) {
   for (const auto& id : result.purged) fmt::print("비움: 묶음 {}\n", id);
   fmt::print("기한이 지난 묶음 {}개를 비웠습니다 — 비운 공간 {}\n", result.purged.size(), formatGB(freed));
   if (result.failed.empty()) return exitOk;
-  for (const auto& id : result.failed) fmt::print("비우지 못한 묶음: {}\n", id);
+  for (const auto& id : result.failed) fmt::print("비우지 못한 묶음: {} — {}\n", id, result.reasons.at(id));
   return failure("일부 항목을 자동으로 비우지 못했습니다");
 }
 
@@ -226,6 +227,8 @@ int runQuarantine(const std::vector<std::string>& args, const CliContext& ctx) {
   try {
     return runQuarantineAction(args, ctx);
   } catch (const QuarantineError& error) {
+    return failure(describeQuarantineFailure(error));
+  } catch (const std::system_error& error) {
     return failure(describeQuarantineFailure(error));
   }
 }

@@ -358,7 +358,12 @@ bool settleRestore(const Quarantine& q, const OpenStore& store, const DirHandle&
                    std::vector<std::string>* back = nullptr) {
   MoveJournal journal;
   const auto opening = MoveJournal::openExisting(batchDir, journal, MoveJournal::restoreFileName);
-  if (opening == MoveJournal::Opening::missing) return true;
+  if (opening == MoveJournal::Opening::missing) {
+    // A pipe or link under the journal's name was not written by this program, and would keep
+    // the next restore from writing its journal.
+    ::unlinkat(batchDir.fd(), std::string(MoveJournal::restoreFileName).c_str(), 0);
+    return true;
+  }
   if (opening == MoveJournal::Opening::busy) throw QuarantineError(QuarantineErrorKind::storeBusy, id);
   QuarantineBatch batch = manifestIn(batchDir, id);
   const std::string stdHome = standardBase(q.home);
@@ -395,6 +400,13 @@ bool settleRestore(const Quarantine& q, const OpenStore& store, const DirHandle&
   batch.items = std::move(left);
   writeManifest(batchDir, batch);
   ::unlinkat(batchDir.fd(), std::string(MoveJournal::restoreFileName).c_str(), 0);
+  return true;
+}
+
+bool hasRestoreJournal(const DirHandle& batchDir) {
+  const int fd = openRegularFileAt(batchDir.fd(), std::string(MoveJournal::restoreFileName), O_RDONLY);
+  if (fd < 0) return false;
+  ::close(fd);
   return true;
 }
 
@@ -747,8 +759,9 @@ ExpireResult Quarantine::expire(int64_t now) const {
     try {
       if (settleRestore(*this, *store, openBatch(store->root, id), id)) removeBatchFolder(store->root, id);
       result.purged.push_back(id);
-    } catch (const std::exception&) {
+    } catch (const std::exception& error) {
       result.failed.push_back(id);
+      result.reasons[id] = describeItemProblem(error);
     }
   }
   return result;
@@ -762,7 +775,7 @@ std::vector<std::string> Quarantine::orphanedFolders() const {
     if (id.starts_with('.') || !isRealFolderAt(store->root.fd(), id)) continue;
     try {
       const DirHandle batch = openBatch(store->root, id);
-      if (manifestIn(batch, id).id == id && !entryExists(batch, std::string(MoveJournal::restoreFileName))) continue;
+      if (manifestIn(batch, id).id == id && !hasRestoreJournal(batch)) continue;
     } catch (const std::exception&) {
     }
     result.push_back(id);
@@ -784,7 +797,7 @@ RecoverResult Quarantine::recover(std::string_view folderName, int64_t now) cons
   } catch (const std::exception&) {
   }
   if (isBatch) {
-    if (!entryExists(batchDir, std::string(MoveJournal::restoreFileName))) {
+    if (!hasRestoreJournal(batchDir)) {
       result.state = RecoverState::notOrphan;
       return result;
     }

@@ -40,6 +40,7 @@ struct RestoreResult {
 struct ExpireResult {
   std::vector<std::string> purged;  // ids, ascending
   std::vector<std::string> failed;  // ids of expired batches that could not be removed
+  FailureReasons reasons;           // why, for each of `failed`
   bool operator==(const ExpireResult&) const = default;
 };
 

@@ -29,7 +29,13 @@ StoreLock& StoreLock::operator=(StoreLock&& other) noexcept {
 
 StoreLock StoreLock::acquire(const DirHandle& folder, int waitMilliseconds) {
   const std::string name(fileName);
-  const int fd = openRegularFileAt(folder.fd(), name, O_RDWR | O_CREAT, 0600);
+  int fd = openRegularFileAt(folder.fd(), name, O_RDWR | O_CREAT, 0600);
+  if (fd < 0 && (errno == EINVAL || errno == ELOOP || errno == ENXIO)) {
+    // A pipe, socket or link under the lock's name is nothing this program made: it goes, and
+    // a plain file takes its place.
+    ::unlinkat(folder.fd(), name.c_str(), 0);
+    fd = openRegularFileAt(folder.fd(), name, O_RDWR | O_CREAT | O_EXCL, 0600);
+  }
   if (fd < 0) throw std::system_error(errno, std::generic_category(), name);
   StoreLock lock(fd);
   // Polled rather than blocking, so that the wait has an end.

@@ -193,7 +193,7 @@ TEST_F(QuarantineTest, ExpiryTakesOnlyOverdueBatchesWithTheirOwnManifest) {
   EXPECT_EQ(quarantine.orphanedFolders(), (std::vector<std::string>{"broken", "impostor", "manifest-folder", "mid-move"}));
   for (const auto& [now, purged] : {std::pair{due.expiresEpoch - 1, std::vector<std::string>{}},
                                     {due.expiresEpoch, {due.id}}, {later.expiresEpoch + 1'000'000'000, {later.id}}})
-    EXPECT_EQ(quarantine.expire(now), (ExpireResult{purged, {}})) << now;
+    EXPECT_EQ(quarantine.expire(now), (ExpireResult{purged, {}, {}})) << now;
   EXPECT_EQ(treeDifference(others, snapshotTree(root)), "");
 }
 
