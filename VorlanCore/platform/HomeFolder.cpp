@@ -5,7 +5,7 @@
 namespace vorlan {
 
 HomeFolder homeFolderFrom(const char* value) {
-  if (value == nullptr || *value == '\0') return {{}, "HOME 환경 변수가 비어 있어 홈 폴더를 알 수 없습니다."};
+  if (value == nullptr || *value == '\0') return {{}, "HOME 환경 변수가 없거나 비어 있어 홈 폴더를 알 수 없습니다."};
   std::error_code ec;
   const auto resolved = std::filesystem::canonical(value, ec);
   if (ec || !std::filesystem::is_directory(resolved, ec))
