@@ -29,21 +29,29 @@
 // Before that, the folder holds a journal (MoveJournal): before each item moves, one line
 // naming its home path, its batch path and the temporary name a copy across file systems
 // would use is appended and flushed. The move itself is one exclusive rename, or a copy under
-// the temporary name that is renamed into place only when complete, after which the source is
-// removed. So at any instant each journal line's item is in exactly one of these states:
-//   - still at home (the rename had not happened, or the copy was under way: the temporary
-//     copy is incomplete and the source whole);
-//   - in the batch under its path, the home place free;
-//   - in the batch under its path, the home place not empty (a copy whose source was being
-//     removed, or something new made there since).
-// `recover` reads the journal, deletes temporary copies, moves items of the second state back
-// with the same exclusive rename, and leaves the third in the batch and reports it: whatever
-// stands at home now is never replaced. A journal line cut short by the crash belongs to a
-// move that never began. The journal stays in the batch folder for the batch's life, and its
-// lock (held by the writing process, released by the system when that process dies) keeps
-// `recover` away from a folder that is still being filled. A folder without a journal at all
-// is read by its layout instead: each entry goes back when its home place is free, and a
-// folder that exists on both sides is entered.
+// the temporary name; once that copy is whole a second line says "placed", then the copy takes
+// its name and the source is removed. So at any instant each journal line's item is in one of
+// these states:
+//   - whole at home, perhaps with an incomplete temporary copy in the batch;
+//   - whole in the batch (renamed, or placed and its source gone);
+//   - placed: whole in the batch, with what is left of its source at home, a part of the copy.
+// `recover` deletes temporary copies and removes from home what is left of a placed source
+// where it equals the copy, so that each item is whole in exactly one place; the items in the
+// batch then get a manifest and are restored at once, never over anything that stands at home
+// now. What can't go back stays a batch of its own, listed and restorable. A journal line cut
+// short by the crash belongs to a move that never began. A folder without a journal at all is
+// read by its layout instead: each entry goes back when its home place is free.
+//
+// A restore is journaled the same way, in ".vorlan-restore-journal" beside the manifest, with
+// the temporary copies at home. Whatever next touches the batch (restore, purge, expire,
+// recover) first settles a restore that was cut off: temporary copies at home go, what is left
+// in the batch of a placed item goes where it equals the item at home, and the manifest is
+// rewritten with the items still in the batch.
+//
+// Every operation reaches the store from the home folder without following links and refuses
+// one that leads out of it; those that change anything hold the store's lock (StoreLock), so
+// two runs never move the same folder at once. Nothing mounted, whatever its device, is moved
+// or removed: a folder with a mount point inside stays home, and removals stop at one.
 
 namespace vorlan {
 namespace {
