@@ -62,7 +62,7 @@ TEST_F(QuarantineTest, MoveAcrossFileSystemsKeepsModesTimesAndLinks) {
   for (auto [name, mode] : {std::pair{"notes.txt", 0640}, {"tool", 0750}, {"locked", 0500}}) chmod((p / name).c_str(), mode);
   fs::create_symlink("notes.txt", p / "relative-link");
   fs::create_symlink("/nonexistent/target", p / "dangling-link");
-  fs::create_hard_link(p / "notes.txt", p / "locked/same-notes");  // two names, one file
+  fs::create_hard_link(p / "notes.txt", p / "same-notes");  // two names, one file
   ASSERT_EQ(::mkfifo((p / "pipe").c_str(), 0640), 0);
   std::ofstream(p / "sparse.img", std::ios::binary).seekp(4 << 20) << "data";  // 8 MB, four bytes of data
   fs::resize_file(p / "sparse.img", 8 << 20);
