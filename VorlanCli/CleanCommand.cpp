@@ -108,7 +108,7 @@ std::vector<SizedPath> sized(const std::vector<std::string>& paths, const std::v
 
 int64_t total(const std::vector<SizedPath>& paths) {
   int64_t sum = 0;
-  for (const auto& p : paths) sum += p.bytes;
+  for (const auto& p : paths) sum = addBytes(sum, p.bytes);
   return sum;
 }
 
@@ -118,9 +118,12 @@ void printGroup(std::string_view title, const std::vector<SizedPath>& paths, int
   for (const auto& p : paths) fmt::print("  {}  ~/{}\n", padLeft(formatGB(p.bytes), width), p.path);
 }
 
-void printFailures(const std::optional<QuarantineBatch>& batch) {
+void printFailures(const std::optional<QuarantineBatch>& batch, const FailureReasons& reasons) {
   if (!batch) return;
-  for (const auto& path : batch->failures) fmt::print("옮기지 못해 그대로 둠: ~/{}\n", path);
+  for (const auto& path : batch->failures) {
+    auto why = reasons.find(path);
+    fmt::print("옮기지 못해 그대로 둠: ~/{}{}\n", path, why == reasons.end() ? "" : " — " + why->second);
+  }
 }
 
 }  // namespace
@@ -148,6 +151,11 @@ int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
 
   if (options.share) printConsent();
   const Quarantine quarantine(Quarantine::defaultRoot(ctx.home), ctx.home);
+  try {
+    quarantine.batches();  // a store that leads out of the home folder is refused before the plan
+  } catch (const QuarantineError& error) {
+    return failure(describeQuarantineFailure(error));
+  }
   // Every typed path is checked before anything is measured or moved; one bad path stops all.
   std::vector<std::string> requested;
   bool refused = false;
@@ -233,24 +241,30 @@ int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
     for (const auto& path : outcome.skippedInUse) joined += (joined.empty() ? "~/" : ", ~/") + path;
     fmt::print("실행 중이라 건너뜀: {} — 앱을 종료한 뒤 다시 시도해 주세요\n", joined);
   }
-  if (outcome.immediateBatch) {
+  if (outcome.immediateBatch && !outcome.immediateBatch->items.empty()) {
     const auto& batch = *outcome.immediateBatch;
     if (outcome.immediatePurged)
       fmt::print("바로 비움: {}개 · {}\n", batch.items.size(), formatGB(outcome.freedBytes));
     else
       fmt::print("바로 비우지 못해 보관함에 두었습니다: 묶음 {}\n", batch.id);
   }
-  if (outcome.heldBatch) {
+  if (outcome.heldBatch && !outcome.heldBatch->items.empty()) {
     int64_t bytes = 0;
-    for (const auto& item : outcome.heldBatch->items) bytes += item.bytes;
+    for (const auto& item : outcome.heldBatch->items) bytes = addBytes(bytes, item.bytes);
     fmt::print("보관함으로 옮김: {}개 · {} — 묶음 {}\n", outcome.heldBatch->items.size(), formatGB(bytes),
                outcome.heldBatch->id);
   }
-  printFailures(outcome.heldBatch);
-  printFailures(outcome.immediateBatch);
+  printFailures(outcome.heldBatch, outcome.failureReasons);
+  printFailures(outcome.immediateBatch, outcome.failureReasons);
   if (options.share) shareCleanupEvents(outcome.events, dictionary, ctx);
 
-  const auto ledger = renderCleanupLedger(cleanupLedger(quarantine.listBatches(), outcome.freedBytes));
+  std::vector<QuarantineBatch> batches;
+  try {
+    batches = quarantine.listBatches();
+  } catch (const QuarantineError&) {
+    // Refused before anything moved; the error line below says why.
+  }
+  const auto ledger = renderCleanupLedger(cleanupLedger(batches, outcome.freedBytes));
   if (!ledger.empty()) fmt::print("\n");
   for (const auto& l : ledger) fmt::print("{}\n", l);
   std::vector<std::string> kept;
@@ -262,7 +276,10 @@ int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
   if (outcome.executeError) {
     failure(*outcome.executeError);
     // What a failed move had already taken waits in a folder without a manifest.
-    if (!quarantine.orphanedFolders().empty()) warn("옮기던 것을 제자리로 돌리려면: vorlan quarantine recover");
+    try {
+      if (!quarantine.orphanedFolders().empty()) warn("옮기던 것을 제자리로 돌리려면: vorlan quarantine recover");
+    } catch (const QuarantineError&) {
+    }
     return exitFailure;
   }
   const bool allMoved = (!outcome.heldBatch || outcome.heldBatch->failures.empty()) &&

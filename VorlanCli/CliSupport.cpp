@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <charconv>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -139,6 +140,11 @@ ProgressLine::Mode progressModeFor(const CliContext& ctx, bool disabled) {
 
 // SIGUSR2 sent by the destructor to the waiting thread itself means "stop waiting": a blocking
 // wait with no polling interval costs nothing while a command runs and nothing at exit.
+//
+// A first Ctrl-C asks the command to stop and lets it finish what it must (a move in progress
+// ends cleanly); a second one ends the process at once. SIGTERM asks the same and then allows
+// at most a moment: the main thread may be stuck in a system call that no stop request reaches,
+// and every move is journaled, so ending the process there loses nothing.
 InterruptWatcher::InterruptWatcher() {
   sigset_t set;
   sigemptyset(&set);
@@ -147,14 +153,17 @@ InterruptWatcher::InterruptWatcher() {
   sigaddset(&set, SIGUSR2);
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
   waiter_ = std::jthread([source = source_, set]() mutable {
+    std::optional<timespec> deadline;  // absent: wait for as long as the command runs
     for (;;) {
       siginfo_t info{};
-      const int sig = sigwaitinfo(&set, &info);
+      const int sig = deadline ? sigtimedwait(&set, &info, &*deadline) : sigwaitinfo(&set, &info);
+      if (sig < 0 && errno == EAGAIN) std::_Exit(exitCancelled);
       if (sig == SIGUSR2) return;
       if (sig != SIGINT && sig != SIGTERM) continue;
       // A second interrupt while the first is being served: leave at once.
       if (source.stop_requested()) std::_Exit(exitCancelled);
       source.request_stop();
+      if (sig == SIGTERM) deadline = timespec{0, 700'000'000};
     }
   });
 }

@@ -59,7 +59,8 @@ class ProgressLine {
 
 ProgressLine::Mode progressModeFor(const CliContext& ctx, bool disabled);
 
-// Turns SIGINT and SIGTERM into a stop request. Construct before any other thread starts:
+// Turns SIGINT and SIGTERM into a stop request; a second SIGINT ends the process at once, and a
+// SIGTERM a moment later if the command has not ended by then. Construct before any thread starts:
 // it blocks the signals for the whole process and waits for them on a thread of its own.
 class InterruptWatcher {
  public:

@@ -1,6 +1,7 @@
 // `vorlan quarantine`: lists the batches, restores one, empties all, purges the expired ones,
 // and puts back what an interrupted move left in a folder without a manifest.
 #include <ctime>
+#include <system_error>
 #include <fmt/format.h>
 #include <map>
 
@@ -15,18 +16,13 @@ namespace {
 
 // A batch this close to its expiry is flagged, as the desktop panel does.
 constexpr int64_t kExpiresSoonSeconds = 48 * 3600;
+constexpr std::string_view kPlaceTaken = "그 자리에 이미 다른 것이 있습니다";
 
-std::string localMinute(int64_t epoch) {
-  const time_t seconds = static_cast<time_t>(epoch);
-  std::tm local{};
-  ::localtime_r(&seconds, &local);
-  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
-                     local.tm_hour, local.tm_min);
-}
+std::string localMinute(int64_t epoch) { return localDateText(epoch, true); }
 
 int64_t batchBytes(const QuarantineBatch& batch) {
   int64_t sum = 0;
-  for (const auto& item : batch.items) sum += item.bytes;
+  for (const auto& item : batch.items) sum = addBytes(sum, item.bytes);
   return sum;
 }
 
@@ -49,7 +45,7 @@ int listBatches(const Quarantine& quarantine, const CliContext& ctx) {
   for (const auto& batch : batches) {
     fmt::print("\n묶음 {} — {}개 항목 · {} · 옮긴 때 {} · 비우는 때 {}\n", batch.id, batch.items.size(),
                formatGB(batchBytes(batch)), localMinute(batch.createdEpoch), localMinute(batch.expiresEpoch));
-    if (ctx.now + kExpiresSoonSeconds >= batch.expiresEpoch) fmt::print("  곧 자동으로 비워집니다\n");
+    if (batch.expiresEpoch - kExpiresSoonSeconds <= ctx.now) fmt::print("  곧 자동으로 비워집니다\n");
     for (const auto& item : batch.items) fmt::print("  {:>8}  ~/{}\n", formatGB(item.bytes), item.original);
     if (!batch.failures.empty()) {
       fmt::print("  옮기지 못한 항목 {}개:\n", batch.failures.size());
@@ -71,11 +67,16 @@ int restoreBatch(const Quarantine& quarantine, const std::string& id) {
     return failure("되돌리지 못했습니다: " + describeQuarantineFailure(error));
   }
   for (const auto& path : result.restored) fmt::print("되돌림: ~/{}\n", path);
-  for (const auto& path : result.failed) fmt::print("남겨 둠: ~/{} — 그 자리에 이미 다른 것이 있습니다\n", path);
+  bool onlyTaken = true;
+  for (const auto& path : result.failed) {
+    const std::string& why = result.reasons[path];
+    onlyTaken = onlyTaken && why == kPlaceTaken;
+    fmt::print("남겨 둠: ~/{} — {}\n", path, why);
+  }
   const size_t all = result.restored.size() + result.failed.size();
   if (!result.failed.empty()) {
-    fmt::print("{}개 중 {}개를 되돌렸습니다 — 나머지는 같은 위치에 새 파일이 생겨 보관함에 남아 있습니다\n", all,
-               result.restored.size());
+    fmt::print("{}개 중 {}개를 되돌렸습니다 — {}\n", all, result.restored.size(),
+               onlyTaken ? "나머지는 같은 위치에 새 파일이 생겨 보관함에 남아 있습니다" : "나머지는 보관함에 남아 있습니다");
     return exitFailure;
   }
   fmt::print("{}개를 모두 되돌렸습니다.\n", all);
@@ -89,7 +90,7 @@ int emptyAll(const Quarantine& quarantine, bool yes, const CliContext& ctx) {
     return exitOk;
   }
   int64_t promised = 0;
-  for (const auto& batch : batches) promised += batchBytes(batch);
+  for (const auto& batch : batches) promised = addBytes(promised, batchBytes(batch));
   fmt::print("보관함의 묶음 {}개, {}를 지웁니다. 사라지고 되돌릴 수 없습니다.\n", batches.size(), formatGB(promised));
   if (!yes) {
     if (!ctx.stdinIsTerminal)
@@ -100,18 +101,18 @@ int emptyAll(const Quarantine& quarantine, bool yes, const CliContext& ctx) {
     }
   }
   int64_t freed = 0;
-  std::vector<std::string> failed;
+  std::vector<std::pair<std::string, std::string>> failed;
   for (const auto& batch : batches) {
     try {
       quarantine.purge(batch.id);
-      freed += batchBytes(batch);
-    } catch (const std::exception&) {
-      failed.push_back(batch.id);
+      freed = addBytes(freed, batchBytes(batch));
+    } catch (const std::exception& error) {
+      failed.emplace_back(batch.id, describeQuarantineFailure(error));
     }
   }
   fmt::print("비운 공간 {}\n", formatGB(freed));
   if (failed.empty()) return exitOk;
-  for (const auto& id : failed) fmt::print("비우지 못한 묶음: {}\n", id);
+  for (const auto& [id, why] : failed) fmt::print("비우지 못한 묶음: {} — {}\n", id, why);
   return failure("일부 항목을 비우지 못했습니다");
 }
 
@@ -121,7 +122,7 @@ int expireOverdue(const Quarantine& quarantine, const CliContext& ctx) {
   for (const auto& batch : quarantine.listBatches()) bytesOf[batch.id] = batchBytes(batch);
   const ExpireResult result = quarantine.expire(ctx.now);
   int64_t freed = 0;
-  for (const auto& id : result.purged) freed += bytesOf[id];
+  for (const auto& id : result.purged) freed = addBytes(freed, bytesOf[id]);
   if (result.purged.empty() && result.failed.empty()) {
     fmt::print("기한이 지난 묶음이 없습니다.\n");
     return exitOk;
@@ -129,11 +130,11 @@ int expireOverdue(const Quarantine& quarantine, const CliContext& ctx) {
   for (const auto& id : result.purged) fmt::print("비움: 묶음 {}\n", id);
   fmt::print("기한이 지난 묶음 {}개를 비웠습니다 — 비운 공간 {}\n", result.purged.size(), formatGB(freed));
   if (result.failed.empty()) return exitOk;
-  for (const auto& id : result.failed) fmt::print("비우지 못한 묶음: {}\n", id);
+  for (const auto& id : result.failed) fmt::print("비우지 못한 묶음: {} — {}\n", id, result.reasons.at(id));
   return failure("일부 항목을 자동으로 비우지 못했습니다");
 }
 
-int recoverAll(const Quarantine& quarantine) {
+int recoverAll(const Quarantine& quarantine, const CliContext& ctx) {
   const auto orphans = quarantine.orphanedFolders();
   if (orphans.empty()) {
     fmt::print("되돌릴 끊긴 폴더가 없습니다.\n");
@@ -143,18 +144,27 @@ int recoverAll(const Quarantine& quarantine) {
   for (const auto& name : orphans) {
     RecoverResult result;
     try {
-      result = quarantine.recover(name);
+      result = quarantine.recover(name, ctx.now);
     } catch (const std::exception& error) {
       warn(fmt::format("{}: {}", name, describeQuarantineFailure(error)));
       whole = false;
       continue;
     }
     for (const auto& path : result.restored) fmt::print("되돌림: ~/{}\n", path);
-    for (const auto& path : result.kept)
-      fmt::print("남겨 둠: {} — 원래 자리에 이미 다른 것이 있습니다\n", (quarantine.root / name / path).string());
+    for (const auto& path : result.kept) {
+      if (result.state == RecoverState::keptAsBatch)
+        fmt::print("남겨 둠: ~/{} — {}\n", path, result.reasons[path]);
+      else
+        fmt::print("남겨 둠: {} — 원래 자리에 이미 다른 것이 있습니다\n", (quarantine.root / name / path).string());
+    }
     switch (result.state) {
       case RecoverState::emptied:
-        fmt::print("폴더 {}: 모두 되돌리고 폴더를 지웠습니다.\n", name);
+        fmt::print("폴더 {}: 모두 제자리에 두고 폴더를 지웠습니다.\n", name);
+        break;
+      case RecoverState::keptAsBatch:
+        fmt::print("폴더 {}: 나머지는 보관함의 묶음 {}으로 남겼습니다 — 되돌리려면: vorlan quarantine restore {}\n",
+                   name, name, name);
+        whole = false;
         break;
       case RecoverState::leftOver:
         fmt::print("폴더 {}: 되돌리지 못한 것이 남아 있습니다. 직접 확인해 주세요.\n", name);
@@ -171,9 +181,7 @@ int recoverAll(const Quarantine& quarantine) {
   return whole ? exitOk : exitFailure;
 }
 
-}  // namespace
-
-int runQuarantine(const std::vector<std::string>& args, const CliContext& ctx) {
+int runQuarantineAction(const std::vector<std::string>& args, const CliContext& ctx) {
   const Quarantine quarantine(Quarantine::defaultRoot(ctx.home), ctx.home);
   const std::string action = args.empty() ? "list" : args[0];
   const std::vector<std::string> rest(args.begin() + (args.empty() ? 0 : 1), args.end());
@@ -206,9 +214,23 @@ int runQuarantine(const std::vector<std::string>& args, const CliContext& ctx) {
   }
   if (action == "recover") {
     if (auto bad = noMoreArguments()) return *bad;
-    return recoverAll(quarantine);
+    return recoverAll(quarantine, ctx);
   }
   return usageError(fmt::format("'quarantine'이 모르는 동작입니다: {} (list, restore, empty, expire, recover)", action));
+}
+
+}  // namespace
+
+int runQuarantine(const std::vector<std::string>& args, const CliContext& ctx) {
+  // A store that leads out of the home folder, or that another run holds: one line, whatever
+  // the action.
+  try {
+    return runQuarantineAction(args, ctx);
+  } catch (const QuarantineError& error) {
+    return failure(describeQuarantineFailure(error));
+  } catch (const std::system_error& error) {
+    return failure(describeQuarantineFailure(error));
+  }
 }
 
 }  // namespace vorlan::cli

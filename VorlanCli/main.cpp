@@ -1,5 +1,4 @@
 // `vorlan`: Vorlan's core from a terminal, with the program's own Korean texts.
-#include <pwd.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -11,6 +10,8 @@
 
 #include "Commands.hpp"
 #include "Version.hpp"
+#include "platform/HomeFolder.hpp"
+#include "quarantine/QuarantineRecords.hpp"
 
 namespace {
 
@@ -37,19 +38,6 @@ constexpr std::string_view kHelp =
   vorlan --version | --help
 )";
 
-// The home folder with links and ".." resolved, so that every check of a path against it
-// looks at the same place the kernel will use.
-std::filesystem::path currentHome() {
-  std::filesystem::path home;
-  if (const char* h = std::getenv("HOME"); h && *h)
-    home = h;
-  else if (passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir)
-    home = pw->pw_dir;
-  std::error_code ec;
-  auto resolved = std::filesystem::canonical(home, ec);
-  return ec ? home : resolved;
-}
-
 // Walks of deep trees hold one open folder per level; macOS starts programs with a soft limit
 // of 256 descriptors, so take what the hard limit allows.
 void raiseOpenFileLimit() {
@@ -74,7 +62,10 @@ int main(int argc, char** argv) {
 
   std::vector<std::string> args(argv + 1, argv + argc);
   CliContext ctx;
-  ctx.home = currentHome();
+  // With links and ".." resolved, so that every check of a path against it looks at the same
+  // place the kernel will use.
+  const vorlan::HomeFolder home = vorlan::homeFolderFrom(std::getenv("HOME"));
+  ctx.home = home.path;
   ctx.stdinIsTerminal = ::isatty(STDIN_FILENO);
   ctx.stdoutIsTerminal = ::isatty(STDOUT_FILENO);
   ctx.stderrIsTerminal = ::isatty(STDERR_FILENO);
@@ -92,8 +83,7 @@ int main(int argc, char** argv) {
     for (const auto& line : versionNotes(ctx)) fmt::print("{}\n", line);
     return exitOk;
   }
-  if (ctx.home.empty() || !std::filesystem::is_directory(ctx.home))
-    return failure("홈 폴더를 찾을 수 없습니다. HOME 환경 변수를 확인하세요.");
+  if (ctx.home.empty()) return failure(home.problem);
 
   const std::string command = args[0];
   args.erase(args.begin());
@@ -103,7 +93,7 @@ int main(int argc, char** argv) {
     if (command == "clean") return runClean(args, ctx);
     if (command == "quarantine") return runQuarantine(args, ctx);
   } catch (const std::exception& e) {
-    return failure(fmt::format("예기치 못한 오류로 중단했습니다: {}", e.what()));
+    return failure("예기치 못한 오류로 중단했습니다: " + vorlan::describeQuarantineFailure(e));
   }
   return usageError(fmt::format("알 수 없는 명령입니다: {}", command));
 }

@@ -65,32 +65,30 @@ CleanupOutcome executeCleanup(const std::vector<std::string>& paths, const std::
 
   if (!split.held.empty() || !split.immediate.empty()) {
     try {
-      // A ~/.vorlan that is a link to elsewhere (another disk, a folder emptied at restart)
-      // would carry the user's files out of the home folder: nothing moves then.
-      if (!quarantine.rootLiesInHome())
-        throw QuarantineError(QuarantineErrorKind::outsideHome, quarantine.root.string());
       if (!split.held.empty()) {
-        outcome.heldBatch = quarantine.move(split.held, now, stop);
-        outcome.lastBatch = outcome.heldBatch;
+        outcome.heldBatch = quarantine.move(split.held, now, stop, &outcome.failureReasons);
+        // A run that moved nothing left no batch behind.
+        if (!outcome.heldBatch->items.empty()) outcome.lastBatch = outcome.heldBatch;
         takeProcessed(*outcome.heldBatch);
       }
       if (!split.immediate.empty()) {
         // An immediate deletion is a move into a batch of its own, purged at once: the same
         // checks and the same measurement as a held one, and a failed purge leaves a hold.
-        outcome.immediateBatch = quarantine.move(split.immediate, now, stop);
+        outcome.immediateBatch = quarantine.move(split.immediate, now, stop, &outcome.failureReasons);
         const QuarantineBatch& batch = *outcome.immediateBatch;
         takeProcessed(batch);
         try {
-          if (purge)
+          // Nothing moved leaves no batch to purge.
+          if (!batch.items.empty() && purge)
             purge(quarantine, batch.id);
-          else
+          else if (!batch.items.empty())
             quarantine.purge(batch.id);
           outcome.immediatePurged = true;
         } catch (const std::exception&) {
           outcome.immediatePurged = false;
         }
         if (outcome.immediatePurged) {
-          for (const auto& item : batch.items) outcome.freedBytes += item.bytes;
+          for (const auto& item : batch.items) outcome.freedBytes = addBytes(outcome.freedBytes, item.bytes);
           std::set<std::string> originals;
           for (const auto& item : batch.items) originals.insert(item.original);
           addEvent(outcome, "purged_immediate", rowsFor(items, originals));

@@ -44,6 +44,7 @@ struct CleanupOutcome {
   // the run left none (then the caller keeps what it showed before).
   std::optional<QuarantineBatch> lastBatch;
   std::optional<std::string> executeError;  // "삭제하지 못했습니다: " and what went wrong
+  FailureReasons failureReasons;            // why each of the batches' `failures` stayed
   std::vector<std::string> processed;       // originals of the items that left home
   std::vector<CleanupEvent> events;         // in the order to send; none with an empty list
   std::vector<CleanupItem> items;           // the plan without the processed rows

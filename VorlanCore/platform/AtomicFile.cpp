@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <fmt/format.h>
+#include <random>
 #include <string>
 #include <system_error>
 
@@ -34,6 +36,44 @@ void syncPath(const std::filesystem::path& path) {
     throw;
   }
   ::close(fd);
+}
+
+void writeFileAtomicallyAt(int dirfd, const std::string& name, std::string_view bytes) {
+  static thread_local std::mt19937_64 generator{std::random_device{}()};
+  std::string tmp;
+  int fd = -1;
+  for (int attempt = 0; fd < 0 && attempt < 100; ++attempt) {
+    tmp = fmt::format(".{}.tmp-{:012x}", name, generator() & 0xffffffffffffULL);
+    fd = ::openat(dirfd, tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644);
+    if (fd < 0 && errno != EEXIST) throwErrno(name);
+  }
+  if (fd < 0) throwErrno(name);
+  auto fail = [&]() {
+    int saved = errno;
+    ::close(fd);
+    ::unlinkat(dirfd, tmp.c_str(), 0);
+    errno = saved;
+    throwErrno(name);
+  };
+  for (size_t done = 0; done < bytes.size();) {
+    ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) fail();
+    done += static_cast<size_t>(n);
+  }
+  if (::fchmod(fd, 0644) != 0) fail();
+  try {
+    flushDescriptor(fd);
+  } catch (const std::system_error&) {
+    fail();
+  }
+  if (::close(fd) != 0 || ::renameat(dirfd, tmp.c_str(), dirfd, name.c_str()) != 0) {
+    int saved = errno;
+    ::unlinkat(dirfd, tmp.c_str(), 0);
+    errno = saved;
+    throwErrno(name);
+  }
+  flushDescriptor(dirfd);
 }
 
 void writeFileAtomically(const std::filesystem::path& target, std::string_view bytes) {

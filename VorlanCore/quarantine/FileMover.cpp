@@ -11,10 +11,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fmt/format.h>
+#include <map>
 #include <random>
 #include <system_error>
+#include <utility>
 #include <vector>
+
+#include "platform/MountPoints.hpp"
 
 namespace vorlan {
 namespace {
@@ -138,6 +143,10 @@ struct CopiedNode {
 struct CopyState {
   const FileFaults* faults = nullptr;
   int64_t written = 0;
+  // Hard links: the first copy of each file with more than one name, by its path below the
+  // folder the copy is made in, so that its other names become links to it again.
+  int copyFolder = -1;
+  std::map<std::pair<dev_t, ino_t>, std::string> firstCopies;
 };
 
 void copyBytes(int in, int out, off_t from, off_t to, CopyState& state, const std::string& what) {
@@ -201,27 +210,38 @@ void keepOwner(int fd, const struct stat& st) {
 }
 
 CopiedNode copyEntry(int fromDir, const std::string& name, int toDir, const std::string& toName,
-                     CopyState& state, bool& created, const dev_t* within = nullptr);
+                     const std::string& toPath, CopyState& state, bool& created, const dev_t* within = nullptr);
 
-void copyFolderContents(int fromFolder, int toFolder, CopiedNode& node, CopyState& state,
-                        const std::string& what) {
+void copyFolderContents(int fromFolder, int toFolder, const std::string& toPath, CopiedNode& node,
+                        CopyState& state, const std::string& what) {
   for (const auto& child : listNames(fromFolder, what)) {
     bool childCreated = false;
-    node.children.push_back(copyEntry(fromFolder, child, toFolder, child, state, childCreated, &node.st.st_dev));
+    node.children.push_back(
+        copyEntry(fromFolder, child, toFolder, child, toPath + "/" + child, state, childCreated, &node.st.st_dev));
   }
 }
 
 CopiedNode copyEntry(int fromDir, const std::string& name, int toDir, const std::string& toName,
-                     CopyState& state, bool& created, const dev_t* within) {
+                     const std::string& toPath, CopyState& state, bool& created, const dev_t* within) {
   CopiedNode node;
   node.name = name;
   struct stat& st = node.st;
   if (::fstatat(fromDir, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) throwError(errno, name);
-  // Another file system mounted inside the item (a network share, a disk image) is not the
-  // user's folder: copying it would have the move delete its files from that file system
+  // Something mounted inside the item (a network share, a disk image, a bind mount of any
+  // folder) is not the user's folder: copying it would have the move delete its files
   // afterwards. The whole move is refused and the source stays as it is.
-  if (within && st.st_dev != *within) throwError(EXDEV, name + ": another file system is mounted here");
+  if (within && isMountRoot(fromDir, name, st, *within)) throwError(EXDEV, name);
   const timespec times[2] = {accessed(st), modified(st)};
+
+  if (S_ISREG(st.st_mode) && st.st_nlink > 1) {
+    const auto key = std::make_pair(st.st_dev, st.st_ino);
+    if (auto first = state.firstCopies.find(key); first != state.firstCopies.end()) {
+      if (::linkat(state.copyFolder, first->second.c_str(), toDir, toName.c_str(), 0) != 0) throwError(errno, toName);
+      created = true;
+      return node;
+    }
+    state.firstCopies.emplace(key, toPath);
+  }
 
   switch (st.st_mode & S_IFMT) {
     case S_IFREG: {
@@ -275,7 +295,7 @@ CopiedNode copyEntry(int fromDir, const std::string& name, int toDir, const std:
       created = true;
       Fd out(openFolderAt(toDir, toName));
       if (out.get() < 0) throwError(errno, toName);
-      copyFolderContents(in.get(), out.get(), node, state, name);
+      copyFolderContents(in.get(), out.get(), toPath, node, state, name);
       keepOwner(out.get(), st);
       // Mode and times last: writing the children would change the times, and a read-only
       // mode would have kept them out.
@@ -393,7 +413,7 @@ bool entryExists(const DirHandle& dir, const std::string& name) {
 
 MoveOutcome moveEntry(const DirHandle& from, const std::string& fromName, const DirHandle& to,
                       const std::string& toName, const std::string& partialName,
-                      const FileFaults* faults, std::string_view label) {
+                      const FileFaults* faults, std::string_view label, const std::function<void()>& placed) {
   int error = faults && faults->rename ? faults->rename(fromName, toName) : 0;
   if (error == 0) error = renameNoReplace(from.fd(), fromName, to.fd(), toName);
   if (error == 0) {
@@ -408,11 +428,16 @@ MoveOutcome moveEntry(const DirHandle& from, const std::string& fromName, const 
   // same, so that the source can be removed afterwards without opening up that folder, which
   // is the user's and not part of what moves.
   if (::faccessat(from.fd(), ".", W_OK | X_OK, AT_EACCESS) != 0) throwError(errno, fromName);
-  CopyState state{faults, 0};
+  CopyState state{faults, 0, to.fd(), {}};
   bool created = false;
   CopiedNode copied;
   try {
-    copied = copyEntry(from.fd(), fromName, to.fd(), partialName, state, created);
+    copied = copyEntry(from.fd(), fromName, to.fd(), partialName, partialName, state, created);
+    syncFolder(to);
+    checkpoint(faults, "copied", label);
+    // The copy is whole under its temporary name; whoever journals the move learns it before
+    // the copy takes the target's name and any of the source goes.
+    if (placed) placed();
   } catch (...) {
     // Only what this copy made goes: a name that was taken before is left alone.
     if (created) {
@@ -423,14 +448,12 @@ MoveOutcome moveEntry(const DirHandle& from, const std::string& fromName, const 
     }
     throw;
   }
-  syncFolder(to);
-  checkpoint(faults, "copied", label);
-  if (int placed = renameNoReplace(to.fd(), partialName, to.fd(), toName); placed != 0) {
+  if (int renamed = renameNoReplace(to.fd(), partialName, to.fd(), toName); renamed != 0) {
     try {
       removeTree(to, partialName);
     } catch (const std::system_error&) {
     }
-    throwError(placed, toName);
+    throwError(renamed, toName);
   }
   syncFolder(to);
   checkpoint(faults, "placed", label);
@@ -441,40 +464,180 @@ MoveOutcome moveEntry(const DirHandle& from, const std::string& fromName, const 
 
 namespace {
 
-void removeTreeOn(const DirHandle& dir, dev_t device, const std::string& name) {
-  struct stat st;
-  if (::fstatat(dir.fd(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
-    if (errno == ENOENT) return;
-    throwError(errno, name);
+// A removal that holds only a few folder handles however deep the tree: deeper levels are
+// closed and, when the walk comes back up, opened again by name from the nearest open level,
+// each checked to be the very folder that was there before. So a tree deeper than the
+// open-file limit can still be purged.
+class TreeRemoval {
+ public:
+  explicit TreeRemoval(int holder) : holder_(holder) {}
+  ~TreeRemoval() {
+    for (auto& level : levels_)
+      if (level.fd >= 0) ::close(level.fd);
   }
-  if (S_ISDIR(st.st_mode)) {
-    // A folder on another device is a mount point that rode along with a moved folder: what
-    // is mounted there belongs to another file system and is never deleted from here.
-    if (st.st_dev != device) throwError(EXDEV, name + ": another file system is mounted here");
-    int fd = openFolderAt(dir.fd(), name);
+  TreeRemoval(const TreeRemoval&) = delete;
+  TreeRemoval& operator=(const TreeRemoval&) = delete;
+
+  void run(const std::string& name) {
+    struct stat holder, st;
+    if (::fstat(holder_, &holder) != 0) throwError(errno, name);
+    if (!examine(holder_, name, holder.st_dev, st)) return;
+    if (!S_ISDIR(st.st_mode)) return unlinkEntry(holder_, name, 0);
+    enter(holder_, name, st);
+    while (!levels_.empty()) {
+      const size_t top = levels_.size() - 1;
+      if (levels_[top].next < levels_[top].children.size()) {
+        const std::string child = levels_[top].children[levels_[top].next++];
+        const int folder = handle(top);
+        if (!examine(folder, child, levels_[top].dev, st)) continue;
+        if (S_ISDIR(st.st_mode))
+          enter(folder, child, st);
+        else
+          unlinkEntry(folder, child, 0);
+        continue;
+      }
+      const std::string done = levels_[top].name;
+      if (levels_[top].fd >= 0) ::close(levels_[top].fd);
+      levels_.pop_back();
+      unlinkEntry(levels_.empty() ? holder_ : handle(levels_.size() - 1), done, AT_REMOVEDIR);
+    }
+  }
+
+ private:
+  static constexpr size_t kOpenLevels = 16;
+
+  struct Level {
+    std::string name;
+    dev_t dev;
+    ino_t ino;
+    int fd = -1;
+    std::vector<std::string> children;
+    size_t next = 0;
+  };
+
+  // False when the entry is gone. Whatever is mounted anywhere below stays: the removal stops.
+  static bool examine(int folder, const std::string& name, dev_t folderDevice, struct stat& st) {
+    if (::fstatat(folder, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+      if (errno == ENOENT) return false;
+      throwError(errno, name);
+    }
+    if (isMountRoot(folder, name, st, folderDevice)) throwError(EXDEV, name);
+    return true;
+  }
+
+  static void unlinkEntry(int folder, const std::string& name, int flags) {
+    if (int error = unlinkOpeningParent(folder, name, flags); error != 0 && error != ENOENT) throwError(error, name);
+  }
+
+  int openChecked(int parent, const std::string& name, const struct stat& st) {
+    int fd = openFolderAt(parent, name);
     if (fd < 0 && errno == EACCES) {
       // Unreadable: it was a folder a moment ago, and it lies in a folder of ours; giving its
       // owner the permissions back is what lets it be emptied.
-      if (::fchmodat(dir.fd(), name.c_str(), (st.st_mode & 07777) | S_IRWXU, 0) != 0) throwError(errno, name);
-      fd = openFolderAt(dir.fd(), name);
+      if (::fchmodat(parent, name.c_str(), (st.st_mode & 07777) | S_IRWXU, 0) != 0) throwError(errno, name);
+      fd = openFolderAt(parent, name);
     }
     if (fd < 0) throwError(errno, name);
-    DirHandle folder(fd);
+    struct stat opened;
+    if (::fstat(fd, &opened) != 0 || opened.st_dev != st.st_dev || opened.st_ino != st.st_ino) {
+      ::close(fd);
+      throwError(EAGAIN, name);
+    }
+    return fd;
+  }
+
+  void enter(int parent, const std::string& name, const struct stat& st) {
+    const int fd = openChecked(parent, name, st);
+    Level level{name, st.st_dev, st.st_ino, fd, {}, 0};
+    levels_.push_back(std::move(level));
     if ((st.st_mode & S_IRWXU) != S_IRWXU && ::fchmod(fd, (st.st_mode & 07777) | S_IRWXU) != 0)
       throwError(errno, name);
-    for (const auto& child : listNames(fd, name)) removeTreeOn(folder, device, child);
-    if (int error = unlinkOpeningParent(dir.fd(), name, AT_REMOVEDIR)) throwError(error, name);
-    return;
+    levels_.back().children = listNames(fd, name);
+    closeOldest();
   }
-  if (int error = unlinkOpeningParent(dir.fd(), name, 0); error != 0 && error != ENOENT) throwError(error, name);
+
+  // The handle of level `i`, opened again from the nearest open level above when it was closed.
+  int handle(size_t i) {
+    if (levels_[i].fd >= 0) return levels_[i].fd;
+    size_t first = i;
+    while (first > 0 && levels_[first - 1].fd < 0) --first;
+    for (size_t k = first; k <= i; ++k) {
+      struct stat st{};
+      st.st_dev = levels_[k].dev;
+      st.st_ino = levels_[k].ino;
+      levels_[k].fd = openChecked(k == 0 ? holder_ : levels_[k - 1].fd, levels_[k].name, st);
+      closeOldest();
+    }
+    return levels_[i].fd;
+  }
+
+  void closeOldest() {
+    size_t open = 0;
+    for (const auto& level : levels_) open += level.fd >= 0;
+    for (auto& level : levels_) {
+      if (open <= kOpenLevels) break;
+      if (level.fd < 0) continue;
+      ::close(level.fd);
+      level.fd = -1;
+      --open;
+    }
+  }
+
+  int holder_;
+  std::vector<Level> levels_;
+};
+
+bool sameBytes(int a, int b, off_t size) {
+  std::vector<char> left(1 << 16), right(1 << 16);
+  for (off_t at = 0; at < size;) {
+    const size_t want = static_cast<size_t>(std::min<off_t>(static_cast<off_t>(left.size()), size - at));
+    const ssize_t x = ::pread(a, left.data(), want, at), y = ::pread(b, right.data(), want, at);
+    if (x <= 0 || x != y || std::memcmp(left.data(), right.data(), static_cast<size_t>(x)) != 0) return false;
+    at += x;
+  }
+  return true;
+}
+
+bool sameEntry(int keptDir, const std::string& keptName, const struct stat& kept, int dupDir,
+               const std::string& name, const struct stat& dup) {
+  // A folder's own mode is no data of the user's, and a removal may have opened it up.
+  if ((kept.st_mode & S_IFMT) != (dup.st_mode & S_IFMT)) return false;
+  if (!S_ISDIR(dup.st_mode) && (kept.st_mode & 07777) != (dup.st_mode & 07777)) return false;
+  if (S_ISLNK(dup.st_mode)) {
+    char a[4096], b[4096];
+    const ssize_t x = ::readlinkat(keptDir, keptName.c_str(), a, sizeof a), y = ::readlinkat(dupDir, name.c_str(), b, sizeof b);
+    return x >= 0 && x == y && std::memcmp(a, b, static_cast<size_t>(x)) == 0;
+  }
+  if (!S_ISREG(dup.st_mode)) return true;
+  if (kept.st_size != dup.st_size) return false;
+  Fd a(::openat(keptDir, keptName.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  Fd b(::openat(dupDir, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  return a.get() >= 0 && b.get() >= 0 && sameBytes(a.get(), b.get(), dup.st_size);
+}
+
+bool removeSameAs(int keptDir, const std::string& keptName, int dupDir, const std::string& name, dev_t dupDevice) {
+  struct stat kept, dup;
+  if (::fstatat(dupDir, name.c_str(), &dup, AT_SYMLINK_NOFOLLOW) != 0) return errno == ENOENT;
+  if (::fstatat(keptDir, keptName.c_str(), &kept, AT_SYMLINK_NOFOLLOW) != 0) return false;
+  if (isMountRoot(dupDir, name, dup, dupDevice) || !sameEntry(keptDir, keptName, kept, dupDir, name, dup)) return false;
+  if (!S_ISDIR(dup.st_mode)) return unlinkOpeningParent(dupDir, name, 0) == 0;
+  Fd keptFolder(openFolderAt(keptDir, keptName)), dupFolder(openFolderAt(dupDir, name));
+  if (keptFolder.get() < 0 || dupFolder.get() < 0) return false;
+  bool whole = true;
+  for (const auto& child : listNames(dupFolder.get(), name))
+    whole = removeSameAs(keptFolder.get(), child, dupFolder.get(), child, dup.st_dev) && whole;
+  return whole && unlinkOpeningParent(dupDir, name, AT_REMOVEDIR) == 0;
 }
 
 }  // namespace
 
-void removeTree(const DirHandle& dir, const std::string& name) {
+void removeTree(const DirHandle& dir, const std::string& name) { TreeRemoval(dir.fd()).run(name); }
+
+bool removeSameAs(const DirHandle& kept, const std::string& keptName, const DirHandle& duplicate,
+                  const std::string& duplicateName) {
   struct stat holder;
-  if (::fstat(dir.fd(), &holder) != 0) throwError(errno, name);
-  removeTreeOn(dir, holder.st_dev, name);
+  if (::fstat(duplicate.fd(), &holder) != 0) return false;
+  return removeSameAs(kept.fd(), keptName, duplicate.fd(), duplicateName, holder.st_dev);
 }
 
 std::string newPartialName() {

@@ -39,9 +39,9 @@ struct FileFaults {
   // non-zero errno value fails that write.
   std::function<int(int64_t written)> copyWrite = {};
   // Told when a move of `relative` reaches a point: "intent" (journal written, nothing made
-  // in the batch yet), "copied"
-  // (complete under its temporary name), "placed" (renamed into place, source not yet
-  // removed), "moved" (done), and "manifest" (before the manifest is written).
+  // in the batch yet), "copied" (complete under its temporary name), "placed" (renamed into
+  // place, source not yet removed), "moved" (done), and "manifest" (before the manifest is
+  // written).
   std::function<void(std::string_view point, std::string_view relative)> checkpoint = {};
 };
 
@@ -66,18 +66,30 @@ enum class MoveOutcome {
 // Moves `fromName` in `from` to `toName` in `to`, never replacing what is there (EEXIST).
 // Across file systems the entry is copied to `partialName` beside the target, with modes,
 // times and links as links, flushed and verified, renamed into place, and only then is the
-// source removed, entry by entry, skipping whatever changed since it was copied. A copy that
-// fails is removed and leaves the source whole. The copy is refused, like a rename would be,
-// when `from` may not be written (EACCES), and when another file system is mounted inside the
-// entry (EXDEV). Throws std::system_error; then nothing moved.
+// source removed, entry by entry, skipping whatever changed since it was copied. Names of one
+// file inside the entry stay names of one file. A copy that fails is removed and leaves the
+// source whole. The copy is refused, like a rename would be, when `from` may not be written
+// (EACCES), and when anything is mounted inside the entry (EXDEV). `placed` is called once the
+// copy is whole under its temporary name, before it takes the target's name and before any of
+// the source goes; if it throws, the copy is removed again. Throws std::system_error; then
+// nothing moved.
 MoveOutcome moveEntry(const DirHandle& from, const std::string& fromName, const DirHandle& to,
                       const std::string& toName, const std::string& partialName,
-                      const FileFaults* faults = nullptr, std::string_view label = {});
+                      const FileFaults* faults = nullptr, std::string_view label = {},
+                      const std::function<void()>& placed = {});
 
-// Removes `name` and all below it without following links or entering a file system mounted
-// below it (EXDEV); folders without write permission are opened up first. Nothing there is
-// fine. Throws std::system_error.
+// Removes `name` and all below it without following links. It stops (EXDEV) at the first
+// mount point it meets, whatever the device, so nothing mounted there is touched; folders
+// without write permission are opened up first. Holds a bounded number of handles however deep
+// the tree. Nothing there is fine. Throws std::system_error.
 void removeTree(const DirHandle& dir, const std::string& name);
+
+// Removes from `duplicate` what under `duplicateName` is the same as under `keptName` in `kept`:
+// files of equal mode and bytes, links with the same target, folders once they are empty. What
+// differs stays, and so does anything mounted. Used to finish a move that was cut off while it
+// removed its source. Whether `duplicateName` is gone.
+bool removeSameAs(const DirHandle& kept, const std::string& keptName, const DirHandle& duplicate,
+                  const std::string& duplicateName);
 
 // A fresh name for a copy in progress: ".vorlan-partial-" and random hex.
 std::string newPartialName();

@@ -8,6 +8,8 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
+#include "platform/FileReading.hpp"
+
 namespace vorlan {
 namespace {
 
@@ -37,10 +39,9 @@ MoveJournal& MoveJournal::operator=(MoveJournal&& other) noexcept {
   return *this;
 }
 
-MoveJournal MoveJournal::create(const DirHandle& batch) {
+MoveJournal MoveJournal::create(const DirHandle& batch, std::string_view fileName) {
   const std::string name(fileName);
-  int fd = ::openat(batch.fd(), name.c_str(),
-                    O_RDWR | O_APPEND | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+  int fd = openRegularFileAt(batch.fd(), name, O_RDWR | O_APPEND | O_CREAT | O_EXCL, 0600);
   if (fd < 0) throwError(errno, name);
   MoveJournal journal(fd);
   if (::flock(fd, LOCK_EX | LOCK_NB) != 0) throwError(errno, name);
@@ -49,9 +50,11 @@ MoveJournal MoveJournal::create(const DirHandle& batch) {
   return journal;
 }
 
-MoveJournal::Opening MoveJournal::openExisting(const DirHandle& batch, MoveJournal& into) {
+MoveJournal::Opening MoveJournal::openExisting(const DirHandle& batch, MoveJournal& into, std::string_view fileName) {
   const std::string name(fileName);
-  int fd = ::openat(batch.fd(), name.c_str(), O_RDWR | O_APPEND | O_NOFOLLOW | O_CLOEXEC);
+  // Not a regular file (a pipe, a link): nothing this program wrote, so no journal at all.
+  int fd = openRegularFileAt(batch.fd(), name, O_RDWR | O_APPEND);
+  if (fd < 0 && errno == EINVAL) return Opening::missing;
   if (fd < 0) return errno == ENOENT ? Opening::missing : Opening::busy;
   MoveJournal journal(fd);
   if (::flock(fd, LOCK_EX | LOCK_NB) != 0) return Opening::busy;
@@ -61,13 +64,18 @@ MoveJournal::Opening MoveJournal::openExisting(const DirHandle& batch, MoveJourn
 
 void MoveJournal::append(const JournalEntry& entry) {
   nlohmann::json line{{"original", entry.original}, {"partial", entry.partial}, {"stored", entry.stored}};
-  const std::string text = line.dump() + "\n";
+  writeLine(line.dump() + "\n");
+}
+
+void MoveJournal::markPlaced(const std::string& stored) { writeLine(nlohmann::json{{"placed", stored}}.dump() + "\n"); }
+
+void MoveJournal::writeLine(const std::string& text) {
   size_t done = 0;
   while (done < text.size()) {
     ssize_t n = ::write(fd_, text.data() + done, text.size() - done);
     if (n < 0) {
       if (errno == EINTR) continue;
-      throwError(errno, std::string(fileName));
+      throwError(errno, "journal");
     }
     done += static_cast<size_t>(n);
   }
@@ -84,7 +92,8 @@ std::vector<JournalEntry> MoveJournal::entries() const {
       if (errno == EINTR) continue;
       break;
     }
-    if (n == 0) break;
+    // A journal this long was not written by this program; what was read so far is used.
+    if (n == 0 || text.size() > 4 * static_cast<size_t>(kSmallFileLimit)) break;
     text.append(buffer, static_cast<size_t>(n));
     at += n;
   }
@@ -98,6 +107,14 @@ std::vector<JournalEntry> MoveJournal::entries() const {
       auto it = parsed.find(key);
       return it != parsed.end() && it->is_string() ? &*it : nullptr;
     };
+    if (const auto* placed = text_of("placed")) {
+      for (auto it = result.rbegin(); it != result.rend(); ++it)
+        if (it->stored == placed->get<std::string>()) {
+          it->placed = true;
+          break;
+        }
+      continue;
+    }
     const auto* original = text_of("original");
     const auto* stored = text_of("stored");
     const auto* partial = text_of("partial");

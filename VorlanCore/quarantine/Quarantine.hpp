@@ -30,7 +30,9 @@ struct NewBatchFolder {
 };
 
 // A value with no state beyond its two folders: the file system is the store. Operations throw
-// QuarantineError, ManifestDecodingError or std::system_error as each one says.
+// QuarantineError, ManifestDecodingError or std::system_error as each one says. Each one first
+// checks that the store lies inside the home folder (storeOutsideHome) and reaches it without
+// following links; those that change anything hold the store's lock (storeBusy).
 struct Quarantine {
   static constexpr int64_t holdSeconds = 7 * 86'400;
   static constexpr std::string_view manifestName = "manifest.json";
@@ -39,6 +41,9 @@ struct Quarantine {
   std::filesystem::path home;
   // Test seam for file-system faults; empty in production.
   std::shared_ptr<const FileFaults> faults;
+  // How long an operation waits for another one (another process, the app's other task) to
+  // let go of the store before it is refused with storeBusy.
+  int lockWaitMilliseconds = 3000;
 
   Quarantine(std::filesystem::path root, std::filesystem::path home,
              std::shared_ptr<const FileFaults> faults = nullptr);
@@ -56,19 +61,18 @@ struct Quarantine {
                                                   std::string_view relative);
   // outsideQuarantine unless `id` is one plain folder name directly under the root.
   std::filesystem::path resolveBatchDir(std::string_view id) const;
-  // Whether the root, its links resolved as far as it exists, lies below the home folder.
-  bool rootLiesInHome() const;
-
   // Creates the root when missing, then the batch folder exclusively: id, id-2, … id-N.
   // batchIDExhausted carries the id without suffix. `maxAttempts` below 1 counts as 1.
   NewBatchFolder createBatchDirectory(int64_t now, int maxAttempts) const;
 
   // Moves each home-relative path into one new batch and writes its manifest durably. A path
   // outside the home folder refuses the whole batch before anything moves; a single path that
-  // is missing or cannot move lands in `failures`. Paths not yet begun when `stop` is
-  // requested land in `failures` too, and the batch is written with what did move.
-  QuarantineBatch move(const std::vector<std::string>& paths, int64_t now,
-                       std::stop_token stop = {}) const;
+  // is missing or cannot move lands in `failures`, with its reason in `reasons` when given. A
+  // folder with anything mounted inside is not moved. Paths not yet begun when `stop` is
+  // requested land in `failures` too, and the batch is written with what did move. When
+  // nothing moved, no batch stays behind: the result's id names no folder.
+  QuarantineBatch move(const std::vector<std::string>& paths, int64_t now, std::stop_token stop = {},
+                       FailureReasons* reasons = nullptr) const;
 
   // Names under the root, hidden ones left out, ascending; empty when the root can't be read.
   // A name here may be a batch, a folder without a manifest, or a stray file.
@@ -79,20 +83,24 @@ struct Quarantine {
   std::vector<QuarantineBatch> listBatches() const;
 
   // Brings each item back unless something stands in its place; removes the batch when it is
-  // empty, else rewrites its manifest with what is left.
+  // empty, else rewrites its manifest with what is left. Each item's move is journaled, so a
+  // restore cut off is settled by the next operation on the batch.
   RestoreResult restore(std::string_view id) const;
   // Removes a batch folder whole; batchNotFound when nothing is there.
   void purge(std::string_view id) const;
   // Purges the batches whose `expiresEpoch` is at or before `now`. Folders without a readable
-  // manifest, or whose manifest names another id, are never touched. Never throws.
+  // manifest, or whose manifest names another id, are never touched. Throws only when the
+  // store itself is refused.
   ExpireResult expire(int64_t now) const;
 
-  // Folders under the root that are not batches: no readable manifest, or one that names
-  // another id. They are left by an interrupted move, and only `recover` touches them.
+  // Folders under the root that `recover` should see: no readable manifest, or one that names
+  // another id (left by an interrupted move), or a batch whose restore was cut off.
   std::vector<std::string> orphanedFolders() const;
-  // Puts the contents of such a folder back where they came from, never over anything that
-  // stands there now; removes the folder when nothing is left in it.
-  RecoverResult recover(std::string_view folder) const;
+  // Settles such a folder so that each item is whole in exactly one place. A cut-off move is
+  // put back where it came from, never over anything that stands there now; what can't go back
+  // becomes a batch of its own, created at `now`. A cut-off restore is finished as far as it
+  // had come. A folder without a journal is put back by its layout.
+  RecoverResult recover(std::string_view folder, int64_t now) const;
 };
 
 }  // namespace vorlan

@@ -2,6 +2,7 @@
 // restoring, expiring and recovering, and the errors the store raises.
 #pragma once
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -26,15 +27,20 @@ struct QuarantineBatch {
   bool operator==(const QuarantineBatch&) const = default;
 };
 
+// Relative path → one Korean sentence saying why it stayed where it was.
+using FailureReasons = std::map<std::string, std::string>;
+
 struct RestoreResult {
   std::vector<std::string> restored;  // `original` of each item brought back, manifest order
   std::vector<std::string> failed;    // `original` of each item left in the batch
+  FailureReasons reasons;             // for each of `failed`
   bool operator==(const RestoreResult&) const = default;
 };
 
 struct ExpireResult {
   std::vector<std::string> purged;  // ids, ascending
   std::vector<std::string> failed;  // ids of expired batches that could not be removed
+  FailureReasons reasons;           // why, for each of `failed`
   bool operator==(const ExpireResult&) const = default;
 };
 
@@ -42,19 +48,29 @@ struct ExpireResult {
 enum class RecoverState {
   emptied,   // everything went back; the folder is gone
   leftOver,  // some entries stayed (listed in `kept`); the folder stays
+  keptAsBatch,  // what could not go back is now a batch of its own, listed and restorable
   busy,      // a living process is still filling this folder: untouched
-  notOrphan  // the folder has a readable manifest: it is a batch, untouched
+  notOrphan  // the folder has a readable manifest and no restore to finish: untouched
 };
 
 struct RecoverResult {
   std::string folder;
   RecoverState state = RecoverState::leftOver;
   std::vector<std::string> restored;  // home-relative paths back in place
-  std::vector<std::string> kept;      // batch-relative paths that stayed in the folder
+  std::vector<std::string> kept;      // paths that stayed in the folder
+  FailureReasons reasons;             // why, for those that went through a restore
   bool operator==(const RecoverResult&) const = default;
 };
 
-enum class QuarantineErrorKind { outsideHome, outsideQuarantine, batchNotFound, batchIDExhausted, outsideBatch };
+enum class QuarantineErrorKind {
+  outsideHome,
+  outsideQuarantine,
+  batchNotFound,
+  batchIDExhausted,
+  outsideBatch,
+  storeOutsideHome,  // the store (~/.vorlan or its quarantine) leads out of the home folder
+  storeBusy,         // another operation holds the store
+};
 
 std::string_view rawValue(QuarantineErrorKind kind);
 std::optional<QuarantineErrorKind> quarantineErrorKindFromRaw(std::string_view raw);
@@ -83,7 +99,13 @@ std::string encodeManifest(const QuarantineBatch& batch);
 QuarantineBatch decodeManifest(std::string_view json);
 
 // Korean words for a failure of the store or of the file system, for the command line and the
-// execution's error line.
+// execution's error line. No system text in English ever shows.
 std::string describeQuarantineFailure(const std::exception& error);
+// Why one item stayed where it was, as a sentence of its own.
+std::string describeItemProblem(const std::exception& error);
+
+// Sums of byte counts that stop at the largest value instead of wrapping; a negative count, as
+// a crafted manifest may hold, adds nothing.
+int64_t addBytes(int64_t total, int64_t more);
 
 }  // namespace vorlan

@@ -15,14 +15,18 @@ std::string amount(int64_t bytes) {
   return fmt::format("{:>8}", formatGB(bytes));
 }
 
-std::string localDate(int64_t epoch) {
+}  // namespace
+
+std::string localDateText(int64_t epoch, bool withTime) {
+  // Years 1970 to 9999: four digits, and far inside what the system can convert.
+  constexpr int64_t kLast = 253'402'300'799;  // 9999-12-31 23:59:59 UTC
   const time_t seconds = static_cast<time_t>(epoch);
   std::tm local{};
-  ::localtime_r(&seconds, &local);
-  return fmt::format("{:04}-{:02}-{:02}", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+  if (epoch < 0 || epoch > kLast || ::localtime_r(&seconds, &local) == nullptr) return "날짜 알 수 없음";
+  if (!withTime) return fmt::format("{:04}-{:02}-{:02}", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                     local.tm_hour, local.tm_min);
 }
-
-}  // namespace
 
 int64_t freedByEmptying(int64_t promised, std::optional<int64_t> usedBefore,
                         std::optional<int64_t> usedAfter) {
@@ -37,7 +41,7 @@ CleanupLedger cleanupLedger(const std::vector<QuarantineBatch>& batches, int64_t
   CleanupLedger ledger;
   ledger.freedBytes = freedBytes;
   for (const auto& batch : batches) {
-    for (const auto& item : batch.items) ledger.movedBytes += item.bytes;
+    for (const auto& item : batch.items) ledger.movedBytes = addBytes(ledger.movedBytes, item.bytes);
     // Empty batches count too: the earliest date is the one the user must mind.
     ledger.expiresEpoch = ledger.expiresEpoch ? std::min(*ledger.expiresEpoch, batch.expiresEpoch)
                                               : batch.expiresEpoch;
@@ -51,7 +55,7 @@ std::vector<std::string> renderCleanupLedger(const CleanupLedger& ledger) {
       "치운 파일 " + amount(ledger.movedBytes) + "   되돌릴 수 있어요",
       "비운 공간 " + amount(ledger.freedBytes),
   };
-  if (ledger.expiresEpoch) lines.push_back("보관 기한 " + localDate(*ledger.expiresEpoch));
+  if (ledger.expiresEpoch) lines.push_back("보관 기한 " + localDateText(*ledger.expiresEpoch));
   return lines;
 }
 

@@ -28,4 +28,8 @@ CleanupLedger cleanupLedger(const std::vector<QuarantineBatch>& batches, int64_t
 // No lines when nothing was moved or freed. The date is shown in the machine's time zone.
 std::vector<std::string> renderCleanupLedger(const CleanupLedger& ledger);
 
+// "yyyy-MM-dd", or "yyyy-MM-dd HH:mm" with `withTime`, in the machine's time zone; a time that
+// has no such date (a crafted manifest's) reads "날짜 알 수 없음".
+std::string localDateText(int64_t epoch, bool withTime = false);
+
 }  // namespace vorlan

@@ -52,13 +52,13 @@ TEST_F(QuarantineTest, EveryPathStaysInsideHomeAndBatch) {
       if (c.accepted.empty()) {
         EXPECT_EQ(refused([&] { quarantine.restore(c.path); }), refusal);
         EXPECT_EQ(refused([&] { quarantine.purge(c.path); }), refusal);
-        EXPECT_EQ(refused([&] { quarantine.recover(c.path); }), refusal);
+        EXPECT_EQ(refused([&] { quarantine.recover(c.path, kNow); }), refusal);
       }
     } else {
       QuarantineBatch crafted = batch;
       crafted.items = {c.check == restoreFrom ? QuarantineItem{"Docs/new", c.path, 1} : QuarantineItem{c.path, "Docs/c", 1}};
       writeFileAtomically(folder / "manifest.json", encodeManifest(crafted));
-      EXPECT_EQ(quarantine.restore(batch.id), (RestoreResult{{}, {crafted.items[0].original}}));
+      EXPECT_EQ(quarantine.restore(batch.id).failed, std::vector{crafted.items[0].original});
       continue;
     }
     EXPECT_EQ(refusal, c.accepted.empty() ? kinds[c.check] + c.path : "");
@@ -93,7 +93,7 @@ TEST_F(QuarantineTest, MoveAndRestoreGiveBackTheSameTree) {
   }
   EXPECT_EQ(readFile(quarantine.root / batch.id / "manifest.json"), encodeManifest(batch));
   EXPECT_EQ(quarantine.listBatches(), std::vector{batch});
-  EXPECT_EQ(quarantine.restore(batch.id), (RestoreResult{paths, {}}));
+  EXPECT_EQ(quarantine.restore(batch.id), (RestoreResult{paths, {}, {}}));
   EXPECT_EQ(treeDifference(before, homeTree()), "");
   EXPECT_FALSE(fs::exists(quarantine.root / batch.id));
   EXPECT_EQ(snapshotTree(outside), outsideBefore);
@@ -140,7 +140,11 @@ TEST_F(QuarantineTest, MoveLeavesWhatItMustNotTake) {
     for (const auto& item : batch.items) stored.push_back(item.stored);
     EXPECT_EQ(stored, c.stored);
     EXPECT_EQ(batch.failures, c.failures);
-    EXPECT_EQ(quarantine.manifest(batch.id).items, batch.items);  // written even when nothing moved
+    // A run that moved nothing leaves no empty batch behind.
+    EXPECT_EQ(fs::exists(quarantine.root / batch.id), !c.stored.empty());
+    if (!c.stored.empty()) {
+      EXPECT_EQ(quarantine.manifest(batch.id).items, batch.items);
+    }
     EXPECT_EQ(lost(before, quarantine.root / batch.id), "");
   }
 }
@@ -151,7 +155,9 @@ TEST_F(QuarantineTest, RestoreNeverOverwritesAndCanBeRepeated) {
   writeFile(home / "Docs/a", "new file");                 // a file where the folder was
   fs::create_symlink(dir / "nowhere", home / "outlink");  // a dangling link
   fs::remove_all(home / "Library");                       // a parent that vanished comes back
-  EXPECT_EQ(quarantine.restore(batch.id), (RestoreResult{{"Library/Caches/app"}, {"Docs/a", "outlink"}}));
+  const std::string taken = "그 자리에 이미 다른 것이 있습니다";
+  EXPECT_EQ(quarantine.restore(batch.id),
+            (RestoreResult{{"Library/Caches/app"}, {"Docs/a", "outlink"}, {{"Docs/a", taken}, {"outlink", taken}}}));
   EXPECT_EQ(readFile(home / "Docs/a"), "new file");
   EXPECT_EQ(fs::read_symlink(home / "outlink"), dir / "nowhere");
   QuarantineBatch left = batch;
@@ -161,7 +167,7 @@ TEST_F(QuarantineTest, RestoreNeverOverwritesAndCanBeRepeated) {
 
   fs::remove(home / "Docs/a");
   fs::remove(home / "outlink");
-  EXPECT_EQ(quarantine.restore(batch.id), (RestoreResult{{"Docs/a", "outlink"}, {}}));
+  EXPECT_EQ(quarantine.restore(batch.id), (RestoreResult{{"Docs/a", "outlink"}, {}, {}}));
   EXPECT_FALSE(fs::exists(quarantine.root / batch.id));
   EXPECT_EQ(treeDifference(before, homeTree()), "");
 }
@@ -187,7 +193,7 @@ TEST_F(QuarantineTest, ExpiryTakesOnlyOverdueBatchesWithTheirOwnManifest) {
   EXPECT_EQ(quarantine.orphanedFolders(), (std::vector<std::string>{"broken", "impostor", "manifest-folder", "mid-move"}));
   for (const auto& [now, purged] : {std::pair{due.expiresEpoch - 1, std::vector<std::string>{}},
                                     {due.expiresEpoch, {due.id}}, {later.expiresEpoch + 1'000'000'000, {later.id}}})
-    EXPECT_EQ(quarantine.expire(now), (ExpireResult{purged, {}})) << now;
+    EXPECT_EQ(quarantine.expire(now), (ExpireResult{purged, {}, {}})) << now;
   EXPECT_EQ(treeDifference(others, snapshotTree(root)), "");
 }
 

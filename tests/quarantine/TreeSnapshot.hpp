@@ -1,4 +1,4 @@
-// A folder tree captured as data (bytes, link targets, modes, file times), so that a test can
+// A folder tree captured as data (bytes, link targets, modes, file times, names of one file), so that a test can
 // prove that a round trip changed nothing and that no file went missing.
 #pragma once
 #include <sys/stat.h>
@@ -19,6 +19,7 @@ struct TreeEntry {
   std::string data;     // a file's bytes or a link's target
   unsigned mode = 0;
   int64_t mtimeNs = 0;  // files and links only: a folder's time moves with its entries
+  int64_t links = 0;    // files only: names of the file
   bool operator==(const TreeEntry&) const = default;
 };
 
@@ -46,7 +47,7 @@ inline Tree snapshotTree(const std::filesystem::path& root, const std::set<std::
     entry.kind = S_ISDIR(st.st_mode) ? 'd' : S_ISLNK(st.st_mode) ? 'l' : S_ISREG(st.st_mode) ? 'f' : 'o';
     if (entry.kind != 'd') entry.mtimeNs = int64_t(mtime.tv_sec) * 1'000'000'000 + mtime.tv_nsec;
     if (entry.kind == 'l') entry.data = fs::read_symlink(it->path()).string();
-    if (entry.kind == 'f') entry.data = readFile(it->path());
+    if (entry.kind == 'f') entry.data = readFile(it->path()), entry.links = static_cast<int64_t>(st.st_nlink);
   }
   return tree;
 }
