@@ -48,6 +48,7 @@ QLineEdit:focus { border-color: %4; }
 QProgressBar { background: %7; border: none; border-radius: 4px; min-height: 8px; max-height: 8px; }
 QProgressBar::chunk { background: %4; border-radius: 4px; }
 QMessageBox QLabel { color: %1; }
+QMessageBox QLabel#qt_msgbox_informativelabel { min-width: 320px; }
 )")
       .arg(hex(vlInk), hex(vlBody), hex(vlMuted), hex(vlAccent), hex(vlFaint), hex(vlCard),
            hex(vlLine), hex(vlFaint));
