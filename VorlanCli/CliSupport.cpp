@@ -4,7 +4,6 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <charconv>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -27,30 +26,6 @@ int failure(std::string_view line) {
 }
 
 void warn(std::string_view line) { fmt::print(stderr, "vorlan: {}\n", line); }
-
-std::optional<double> parseDecimalFigure(std::string_view text) {
-  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
-  // Digits with at most one decimal separator, a point or a comma as people type it.
-  std::string normal;
-  bool separator = false, digit = false;
-  for (char c : text) {
-    if (c >= '0' && c <= '9') {
-      digit = true;
-      normal += c;
-    } else if ((c == '.' || c == ',') && !separator) {
-      separator = true;
-      normal += '.';
-    } else {
-      return std::nullopt;
-    }
-  }
-  if (!digit || normal.size() > 30) return std::nullopt;
-  double value = 0;
-  auto [end, ec] = std::from_chars(normal.data(), normal.data() + normal.size(), value);
-  if (ec != std::errc{} || end != normal.data() + normal.size()) return std::nullopt;
-  return value;
-}
 
 namespace {
 

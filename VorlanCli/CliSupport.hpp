@@ -36,10 +36,6 @@ int failure(std::string_view line);
 // One Korean line on stderr that is worth knowing but changes nothing.
 void warn(std::string_view line);
 
-// Parses a decimal figure typed by a person: "123.4", "123,4", " 80 ". Rejects negatives,
-// signs, exponents, inf/nan and trailing garbage.
-std::optional<double> parseDecimalFigure(std::string_view text);
-
 // Progress on stderr: one redrawn line on a terminal, plain lines otherwise, nothing when off.
 // Safe to call from any thread.
 class ProgressLine {

@@ -104,7 +104,7 @@ std::string terminalReport(const DeepScanResult& result, std::optional<double> s
   addBlock(balanceSheet(result, systemDataGB));
   if (auto note = icloudNote(result)) addBlock({*note});
   addBlock(reconcile(result, systemDataGB));
-  out += renderReport(result, 500'000'000);
+  out += renderReport(result, reportMinBytes);
   out += fmt::format("\n\n스캔 소요: {:.0f}초\n", durationS);
   return out;
 }

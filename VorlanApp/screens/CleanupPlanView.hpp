@@ -1,4 +1,5 @@
-// Placeholder: the screen's content comes with the theme and screens work.
+// The cleanup screen's place in the flow; the plan itself fills it later. For now it only
+// leads back to the report.
 #pragma once
 #include <QWidget>
 

@@ -1,5 +1,7 @@
-// Placeholder: the screen's content comes with the theme and screens work.
+// Asks for full disk access and waits for it: a poll each second moves on by itself once the
+// permission is there. There is no other way off this screen.
 #pragma once
+#include <QTimer>
 #include <QWidget>
 
 namespace vorlan::app {
@@ -14,6 +16,7 @@ class FDAView : public QWidget {
 
  private:
   AppFlow& flow_;
+  QTimer poll_;
 };
 
 }  // namespace vorlan::app

@@ -1,6 +1,18 @@
-// Placeholder: the screen's content comes with the theme and screens work.
+// The running scan: its latest message, a bar (determinate while a fraction is known), the
+// path at work, and cancel.
 #pragma once
 #include <QWidget>
+
+#include <optional>
+
+#include "scan/ScanRecords.hpp"
+
+class QLabel;
+class QProgressBar;
+
+namespace vorlan::app::theme {
+class ElidedLabel;
+}
 
 namespace vorlan::app {
 
@@ -12,8 +24,14 @@ class ScanProgressView : public QWidget {
  public:
   explicit ScanProgressView(AppFlow& flow, QWidget* parent = nullptr);
 
+  // Shows `progress`; called for each report the flow receives.
+  void showProgress(const std::optional<ScanProgress>& progress);
+
  private:
   AppFlow& flow_;
+  QLabel* message_;
+  QProgressBar* bar_;
+  theme::ElidedLabel* detail_;
 };
 
 }  // namespace vorlan::app

@@ -1,4 +1,4 @@
-// Placeholder: the screen's content comes with the theme and screens work.
+// The first screen: what Vorlan is for and its one promise, and the way in.
 #pragma once
 #include <QWidget>
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdint>
 #include <map>
 #include <utility>
@@ -49,29 +50,55 @@ bool isSystemData(std::string_view path) {
   return first.starts_with('.') || first == "Library";
 }
 
+std::optional<double> parseDecimalFigure(std::string_view text) {
+  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
+  // Digits with at most one decimal separator, a point or a comma as people type it.
+  std::string normal;
+  bool separator = false, digit = false;
+  for (char c : text) {
+    if (c >= '0' && c <= '9') {
+      digit = true;
+      normal += c;
+    } else if ((c == '.' || c == ',') && !separator) {
+      separator = true;
+      normal += '.';
+    } else {
+      return std::nullopt;
+    }
+  }
+  if (!digit || normal.size() > 30) return std::nullopt;
+  double value = 0;
+  auto [end, ec] = std::from_chars(normal.data(), normal.data() + normal.size(), value);
+  if (ec != std::errc{} || end != normal.data() + normal.size()) return std::nullopt;
+  return value;
+}
+
+std::map<Grade, int64_t> systemDataTotals(const DeepScanResult& result) {
+  std::map<Grade, int64_t> totals;
+  for (Grade g : gradeAllCases) totals[g] = 0;
+  for (const Finding& f : result.findings)
+    if (isSystemData(f.path)) totals[f.grade] += f.sizeBytes.value_or(0);
+  return totals;
+}
+
 std::optional<LedgerSummary> ledgerSummary(const DeepScanResult& result,
                                            std::optional<double> systemDataGB) {
   if (!systemDataGB) return std::nullopt;
-  int64_t identified = 0, safe = 0, never = 0;
+  const auto totals = systemDataTotals(result);
+  int64_t identified = 0;
+  for (const auto& [grade, bytes] : totals) identified += bytes;
   std::vector<const Finding*> kept;
-  for (const Finding& f : result.findings) {
-    if (!isSystemData(f.path)) continue;
-    const int64_t size = f.sizeBytes.value_or(0);
-    identified += size;
-    if (f.grade == Grade::safe) safe += size;
-    if (f.grade == Grade::never) {
-      never += size;
-      kept.push_back(&f);
-    }
-  }
+  for (const Finding& f : result.findings)
+    if (isSystemData(f.path) && f.grade == Grade::never) kept.push_back(&f);
   const double claimed = *systemDataGB * GB;
   const double found = static_cast<double>(identified);
   LedgerSummary s;
   s.claimedGB = *systemDataGB;
   s.identifiedGB = found / GB;
   s.coveragePercent = claimed > 0 ? found / claimed * 100 : 0;
-  s.safeGB = static_cast<double>(safe) / GB;
-  s.neverGB = static_cast<double>(never) / GB;
+  s.safeGB = static_cast<double>(totals.at(Grade::safe)) / GB;
+  s.neverGB = static_cast<double>(totals.at(Grade::never)) / GB;
   s.neverBreakdown = breakdownLine(kept);
   s.remainderGB = positivePart(claimed - found) / GB;
   s.overshootGB = positivePart(found - claimed) / GB;

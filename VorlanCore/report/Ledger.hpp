@@ -1,6 +1,8 @@
 // Balances what a scan measured against the System Data figure the user typed in, and the
 // whole disk against the settings screen's total use. Pure logic: numbers and ready lines.
 #pragma once
+#include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -43,6 +45,14 @@ inline constexpr std::string_view phantomTriageNote =
 // True when the settings screen counts this finding path under System Data: absolute paths,
 // and the home folder's dot folders and Library, but not the local iCloud Drive copy.
 bool isSystemData(std::string_view path);
+
+// Parses a decimal figure typed by a person: "123.4", "123,4", " 80 ". Rejects negatives,
+// signs, exponents, inf/nan and trailing garbage.
+std::optional<double> parseDecimalFigure(std::string_view text);
+
+// Bytes per grade, all four present, of the findings the settings count as System Data: the
+// sums the ledger is made of.
+std::map<Grade, int64_t> systemDataTotals(const DeepScanResult& result);
 
 // Absent exactly when no figure was stated.
 std::optional<LedgerSummary> ledgerSummary(const DeepScanResult& result,

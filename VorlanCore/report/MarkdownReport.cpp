@@ -13,8 +13,6 @@
 namespace vorlan {
 namespace {
 
-constexpr int64_t reportMinBytes = 500'000'000;
-
 // Length of the UTF-8 sequence starting at text[i], or 0 when it is not a valid one
 // (overlong forms, surrogates and values above U+10FFFF included).
 size_t utf8SequenceLength(std::string_view text, size_t i) {

@@ -33,6 +33,31 @@ std::map<Grade, int64_t> gradeTotals(const std::vector<Finding>& findings) {
   return totals;
 }
 
+std::vector<GradeGroup> gradeGroups(const std::vector<Finding>& findings, int64_t minBytes) {
+  std::vector<GradeGroup> groups;
+  for (Grade grade : gradeReportOrder) {
+    GradeGroup group{grade, {}};
+    for (const Finding& f : findings)
+      if (f.grade == grade && f.sizeBytes && *f.sizeBytes >= minBytes) group.findings.push_back(f);
+    if (group.findings.empty()) continue;
+    // Stable, so findings of equal size keep the order the scan found them in.
+    std::stable_sort(group.findings.begin(), group.findings.end(),
+                     [](const Finding& a, const Finding& b) { return *a.sizeBytes > *b.sizeBytes; });
+    groups.push_back(std::move(group));
+  }
+  return groups;
+}
+
+std::optional<SettingsAction> settingsAction(std::string_view findingPath) {
+  if (findingPath != "Library/Mobile Documents") return std::nullopt;
+  return SettingsAction{
+      "iCloud 설정 열기",
+      "iCloud 화면에서 'iCloud Drive'를 클릭하면 'Mac 저장 공간 최적화' 스위치가 있습니다",
+      {"x-apple.systempreferences:com.apple.systempreferences.AppleIDSettings?iCloud",
+       "x-apple.systempreferences:com.apple.systempreferences.AppleIDSettings",
+       "x-apple.systempreferences:"}};
+}
+
 std::optional<std::string> cleanupSummaryLine(int64_t staleBytes, int64_t orphanBytes) {
   std::vector<std::string> parts;
   if (staleBytes >= 1) parts.push_back("90일 미사용 " + formatGB(staleBytes));
@@ -61,22 +86,10 @@ std::string renderReport(const DeepScanResult& result, int64_t minBytes, std::st
     lines.push_back(fmt::format("타임머신 로컬 스냅샷 {}개", result.snapshots.size()));
 
   std::vector<Finding> listed;
-  for (const Finding& f : result.findings)
-    if (f.sizeBytes.value_or(0) >= minBytes) listed.push_back(f);
-  // Stable, so findings of equal size keep the order the scan found them in.
-  std::stable_sort(listed.begin(), listed.end(), [](const Finding& a, const Finding& b) {
-    return a.sizeBytes.value_or(0) > b.sizeBytes.value_or(0);
-  });
-
-  for (Grade grade : gradeReportOrder) {
-    bool headed = false;
-    for (const Finding& f : listed) {
-      if (f.grade != grade) continue;
-      if (!headed) {
-        lines.emplace_back();
-        lines.emplace_back(sectionTitle(grade));
-        headed = true;
-      }
+  for (const GradeGroup& group : gradeGroups(result.findings, minBytes)) {
+    lines.emplace_back();
+    lines.emplace_back(sectionTitle(group.grade));
+    for (const Finding& f : group.findings) {
       const std::string shownPath = f.path.starts_with('/') ? f.path : "~/" + f.path;
       lines.push_back(fmt::format("  {:>8}  {} — {}", formatGB(f.sizeBytes.value_or(0)), shownPath,
                                   f.note));
@@ -84,6 +97,7 @@ std::string renderReport(const DeepScanResult& result, int64_t minBytes, std::st
       if (auto it = result.cleanupTotals.find(f.path); it != result.cleanupTotals.end())
         if (auto line = cleanupSummaryLine(it->second.staleBytes, it->second.orphanBytes))
           lines.push_back(*line);
+      listed.push_back(f);
     }
   }
 

@@ -15,6 +15,33 @@ namespace vorlan {
 inline constexpr std::string_view rescanNote =
     "2~3주 뒤 다시 스캔해 보세요 — 얼마나 다시 쌓이는지가 재발 범인을 알려줍니다.";
 
+// Findings below this size stand in no report section (the ledger's sums still hold them).
+inline constexpr int64_t reportMinBytes = 500'000'000;
+
+// One report section: the findings of one grade, largest first.
+struct GradeGroup {
+  Grade grade = Grade::unknown;
+  std::vector<Finding> findings;
+  bool operator==(const GradeGroup&) const = default;
+};
+
+// Findings with a size of at least `minBytes`, grouped by gradeReportOrder, each group sorted
+// largest first (equal sizes keep the scan's order); a grade with none gets no group.
+std::vector<GradeGroup> gradeGroups(const std::vector<Finding>& findings,
+                                    int64_t minBytes = reportMinBytes);
+
+// How a finding leads to the system's settings: a button title, a line beside it and the
+// URLs to try in order.
+struct SettingsAction {
+  std::string label;
+  std::string caption;
+  std::vector<std::string> urlCandidates;
+  bool operator==(const SettingsAction&) const = default;
+};
+
+// Only the local iCloud Drive copy has one: the settings can make it smaller.
+std::optional<SettingsAction> settingsAction(std::string_view findingPath);
+
 // The support address set at build time (VORLAN_SUPPORT_EMAIL); empty when none was set.
 std::string_view supportEmail();
 

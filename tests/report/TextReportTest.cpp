@@ -50,5 +50,21 @@ TEST(TextReport, NothingListedStillGivesTotalsAndTheContactLine) {
   EXPECT_EQ(renderReport(r, listedFrom, "help@example.com") + "\n", golden("report-empty-with-contact.txt"));
 }
 
+TEST(TextReport, GradeGroupsListFromTheMinimumLargestFirst) {
+  const std::vector<Finding> findings{
+      finding("a", listedFrom - 1, Grade::safe, ""),
+      finding("b", std::nullopt, Grade::safe, ""),
+      finding("c", listedFrom, Grade::never, ""),
+      finding("d", 2 * listedFrom, Grade::never, ""),
+      finding("e", 3 * listedFrom, Grade::unknown, ""),
+  };
+  const auto groups = gradeGroups(findings);
+  ASSERT_EQ(groups.size(), 2u);  // no safe group: one finding is a byte short, one has no size
+  EXPECT_EQ(groups[0].grade, Grade::unknown);
+  EXPECT_EQ(groups[1].grade, Grade::never);
+  ASSERT_EQ(groups[1].findings.size(), 2u);
+  EXPECT_EQ(groups[1].findings[0].path, "d");
+}
+
 }  // namespace
 }  // namespace vorlan
