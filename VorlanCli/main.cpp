@@ -1,5 +1,4 @@
 // `vorlan`: Vorlan's core from a terminal, with the program's own Korean texts.
-#include <pwd.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -7,10 +6,12 @@
 #include <cstdlib>
 #include <climits>
 #include <exception>
+#include <filesystem>
 #include <fmt/format.h>
 
 #include "Commands.hpp"
 #include "Version.hpp"
+#include "platform/HomeFolder.hpp"
 
 namespace {
 
@@ -37,19 +38,6 @@ constexpr std::string_view kHelp =
   vorlan --version | --help
 )";
 
-// The home folder with links and ".." resolved, so that every check of a path against it
-// looks at the same place the kernel will use.
-std::filesystem::path currentHome() {
-  std::filesystem::path home;
-  if (const char* h = std::getenv("HOME"); h && *h)
-    home = h;
-  else if (passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir)
-    home = pw->pw_dir;
-  std::error_code ec;
-  auto resolved = std::filesystem::canonical(home, ec);
-  return ec ? home : resolved;
-}
-
 // Walks of deep trees hold one open folder per level; macOS starts programs with a soft limit
 // of 256 descriptors, so take what the hard limit allows.
 void raiseOpenFileLimit() {
@@ -74,7 +62,7 @@ int main(int argc, char** argv) {
 
   std::vector<std::string> args(argv + 1, argv + argc);
   CliContext ctx;
-  ctx.home = currentHome();
+  ctx.home = vorlan::currentHome();
   ctx.stdinIsTerminal = ::isatty(STDIN_FILENO);
   ctx.stdoutIsTerminal = ::isatty(STDOUT_FILENO);
   ctx.stderrIsTerminal = ::isatty(STDERR_FILENO);
