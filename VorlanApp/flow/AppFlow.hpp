@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QString>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -15,6 +16,7 @@
 #include <string>
 #include <thread>
 
+#include "flow/BackgroundJobs.hpp"
 #include "network/Environment.hpp"
 #include "network/HttpTransport.hpp"
 #include "network/UpdateCheck.hpp"
@@ -33,7 +35,8 @@ struct AppEnvironment {
   std::function<int64_t()> now;                                   // seconds since 1970
 };
 
-// HOME, the process environment, the real tool runner, libcurl and the system clock.
+// HOME (links resolved, as the command line takes it), the process environment, the real tool
+// runner, libcurl and the system clock.
 AppEnvironment realEnvironment();
 
 // The disk image the user may put in the trash after the app moved itself.
@@ -111,6 +114,12 @@ class AppFlow : public QObject {
   void dmgToTrashChanged();
 
  private:
+  void expireQuarantine();
+  void checkForUpdate();
+  struct ScanOutcome;
+  void finishScan(uint64_t generation, std::chrono::steady_clock::time_point started,
+                  ScanOutcome outcome);
+
   AppEnvironment env_;
   Step step_ = Step::welcome;
   std::optional<double> systemDataGB_;
@@ -125,6 +134,13 @@ class AppFlow : public QObject {
   bool updateDismissed_ = false;
   bool showMoveSheet_ = false;
   std::optional<TrashCandidate> dmgToTrash_;
+
+  // Each scan gets a number; what an earlier one still sends back is dropped.
+  uint64_t scanGeneration_ = 0;
+  uint64_t scanJob_ = 0;  // the running scan's job, 0 when none runs
+  // Last, so that it goes first: its threads are stopped and joined while the fields that
+  // their results land in still exist.
+  BackgroundJobs jobs_;
 };
 
 }  // namespace vorlan::app
