@@ -25,7 +25,8 @@
 
 namespace vorlan::app {
 
-// The world as the app sees it: the real one from main(), a scripted one in tests.
+// The world as the app sees it: the real one from main(), a scripted one in tests. Function
+// members left empty are the real ones; the home folder is never guessed.
 struct AppEnvironment {
   std::filesystem::path home;
   Environment environment;  // captured once at start

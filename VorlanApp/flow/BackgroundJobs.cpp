@@ -1,7 +1,5 @@
 #include "flow/BackgroundJobs.hpp"
 
-#include <algorithm>
-
 namespace vorlan::app {
 
 BackgroundJobs::~BackgroundJobs() {
@@ -22,10 +20,6 @@ void BackgroundJobs::post(std::function<void()> fn) {
 void BackgroundJobs::requestStop(uint64_t id) {
   for (Job& job : jobs_)
     if (job.id == id) job.thread.request_stop();
-}
-
-bool BackgroundJobs::running(uint64_t id) const {
-  return std::any_of(jobs_.begin(), jobs_.end(), [id](const Job& job) { return job.id == id; });
 }
 
 void BackgroundJobs::reap(uint64_t id) {

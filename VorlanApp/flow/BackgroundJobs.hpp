@@ -22,9 +22,9 @@ class BackgroundJobs : public QObject {
   BackgroundJobs() = default;
   ~BackgroundJobs() override;  // stops every job, then joins them all
 
-  // Runs `work(stop)` on a new thread and then `done(result)` on the main thread. `work` gets
-  // copies, never the owner, and must not throw. Neither runs once the jobs object is gone; a stopped job's
-  // `done` still runs, so its owner learns that it ended.
+  // Runs `work(stop)` on a new thread, then `done(result)` on the main thread. `work` gets
+  // copies, never the owner, and must not throw. A stopped job's `done` still runs, so that
+  // its owner learns it ended; once the jobs object is gone, no `done` runs any more.
   template <typename Work, typename Done>
   uint64_t start(Work work, Done done);
 
@@ -33,8 +33,6 @@ class BackgroundJobs : public QObject {
   void post(std::function<void()> fn);
 
   void requestStop(uint64_t id);
-  bool running(uint64_t id) const;
-  size_t count() const { return jobs_.size(); }
 
  private:
   struct Job {

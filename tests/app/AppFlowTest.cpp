@@ -34,21 +34,6 @@ bool eventually(const std::function<bool()>& condition) { return QTest::qWaitFor
 // No child of ours is left, running or unreaped.
 bool noChildLeft() { return ::waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD; }
 
-// Hands every run to a runner the test keeps, so it can look at the calls afterwards.
-class Forwarding final : public ToolRunning {
- public:
-  explicit Forwarding(ToolRunning& target) : target_(target) {}
-  ToolResult run(const std::vector<std::string>& a, std::optional<double> t, std::stop_token s) override {
-    return target_.run(a, t, s);
-  }
-  ToolResult runStreaming(const std::vector<std::string>& a, const LineCallback& l, std::stop_token s) override {
-    return target_.runStreaming(a, l, s);
-  }
-
- private:
-  ToolRunning& target_;
-};
-
 // The real process runner with `du` replaced by a script; every other tool is missing.
 class DuStandIn final : public ToolRunning {
  public:
@@ -74,13 +59,13 @@ class AppFlowTest : public ::testing::Test {
  protected:
   AppFlowTest() { fs::create_directories(home); }
 
-  // Nothing reaches the network unless a test names its local server.
-  AppEnvironment environment(Environment variables = {}) {
+  // Nothing reaches the network unless a test names its local server. `du` is `duScript`
+  // when one is given; every other tool is missing.
+  AppEnvironment environment(Environment variables = {}, std::string duScript = "") {
     variables.try_emplace("VORLAN_UPDATE_ENDPOINT", "");
     variables.try_emplace("VORLAN_TELEMETRY_URL", "");
-    variables.try_emplace("VORLAN_TELEMETRY_ANON_KEY", "");
     return AppEnvironment{home, std::move(variables),
-                          [this] { return std::make_unique<Forwarding>(runner); },
+                          [duScript] { return std::make_unique<DuStandIn>(duScript); },
                           [](const std::string&) { return false; },
                           [] {
                             CurlOptions options;
@@ -90,11 +75,8 @@ class AppFlowTest : public ::testing::Test {
                           [] { return testNow; }};
   }
 
-  std::vector<std::string> sweepOfHome() const { return {"du", "-xk", "-d", "1", home.string()}; }
-
   test::TempDir dir;
   fs::path home = dir / "home";
-  ScriptedToolRunner runner;
 };
 
 // The flow starts with the fixture's result, so each case also shows what a scan leaves of
@@ -107,20 +89,26 @@ TEST_F(AppFlowTest, ScanEndsInReportOrBackAtInputKeepingTheEarlierResult) {
       {Ending::failure, Step::systemDataInput, QStringLiteral("스캔에 실패했습니다: 디스크를 읽지 못함")},
       {Ending::cancel, Step::systemDataInput, std::nullopt},
   };
-  runner.script(sweepOfHome(), "2048\t" + home.string() + "/Documents\n4096\t" + home.string() + "\n");
+  const std::vector<std::string> sweepOfHome = {"du", "-xk", "-d", "1", home.string()};
   for (const Case& c : cases) {
-    runner.onCall([&](const ScriptedToolRunner::Call& call) {
-      if (call.arguments != sweepOfHome()) return;
-      if (c.ending == Ending::failure) throw std::runtime_error("디스크를 읽지 못함");
-      if (c.ending == Ending::cancel) {
-        // Hold the tool until the flow cancels, as a long du would.
-        std::mutex m;
-        std::condition_variable_any held;
-        std::unique_lock lock(m);
-        held.wait(lock, call.stop, [] { return false; });
-      }
-    });
-    AppFlow flow(environment({{"VORLAN_DEBUG_REPORT", "1"}}));
+    AppEnvironment env = environment({{"VORLAN_DEBUG_REPORT", "1"}});
+    env.makeToolRunner = [&] {
+      auto runner = std::make_unique<ScriptedToolRunner>();
+      runner->script(sweepOfHome, "2048\t" + home.string() + "/Documents\n4096\t" + home.string() + "\n");
+      runner->onCall([&](const ScriptedToolRunner::Call& call) {
+        if (call.arguments != sweepOfHome) return;
+        if (c.ending == Ending::failure) throw std::runtime_error("디스크를 읽지 못함");
+        if (c.ending == Ending::cancel) {
+          // Hold the tool until the flow cancels, as a long du would.
+          std::mutex m;
+          std::condition_variable_any held;
+          std::unique_lock lock(m);
+          held.wait(lock, call.stop, [] { return false; });
+        }
+      });
+      return runner;
+    };
+    AppFlow flow(std::move(env));
     const auto earlier = flow.result();
     flow.setScanError(QStringLiteral("이전 오류"));
     flow.startScan();
@@ -152,9 +140,7 @@ TEST_F(AppFlowTest, ProgressFromTheReadingThreadArrivesInOrder) {
   const std::string du = (dir / "du").string();
   test::writeScript(du, "[ \"$3\" = 1 ] || exit 0\n"
                         "i=0; while [ $i -lt 400 ]; do printf '4\\t%s/d%03d\\n' \"$4\" $i; i=$((i+1)); done\n");
-  AppEnvironment env = environment();
-  env.makeToolRunner = [du] { return std::make_unique<DuStandIn>(du); };
-  AppFlow flow(std::move(env));
+  AppFlow flow(environment({}, du));
   std::vector<std::string> details;
   QObject::connect(&flow, &AppFlow::progressChanged, [&] {
     if (flow.progress() && flow.progress()->phase == 2 && flow.progress()->detail)
@@ -178,9 +164,7 @@ TEST_F(AppFlowTest, CancelOrDestroyMidScanEndsTheRunningTool) {
   test::writeScript(du, "echo $$ > '" + pidFile.string() + "'\nprintf '4\\t%s/a\\n' \"$4\"\nexec sleep 30\n");
   for (const bool destroy : {false, true}) {
     fs::remove(pidFile);
-    AppEnvironment env = environment();
-    env.makeToolRunner = [du] { return std::make_unique<DuStandIn>(du); };
-    auto flow = std::make_unique<AppFlow>(std::move(env));
+    auto flow = std::make_unique<AppFlow>(environment({}, du));
     flow->startScan();
     // The first line came through the reading thread: the tool is running now.
     ASSERT_TRUE(eventually([&] { return flow->progress() && flow->progress()->detail; }));

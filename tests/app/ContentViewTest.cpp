@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <QCoreApplication>
 #include <QPointer>
-#include <QPushButton>
 #include <QStackedWidget>
-#include <QTest>
 
 #include "flow/AppFlow.hpp"
-#include "network/LocalHttpServer.hpp"
 #include "screens/ContentView.hpp"
 #include "support/TestSupport.hpp"
 
@@ -21,15 +19,9 @@ void settle() {
   QCoreApplication::processEvents();
 }
 
-AppEnvironment environment(const test::TempDir& home, const std::string& updateEndpoint = "") {
-  return AppEnvironment{home.path(),
-                        {{"VORLAN_UPDATE_ENDPOINT", updateEndpoint}, {"VORLAN_TELEMETRY_URL", ""}},
-                        {}, {}, {}, {}};
-}
-
 TEST(ContentView, ExactlyOneScreenForEachStepAndTheInputScreenBuiltAnew) {
   test::TempDir home;
-  AppFlow flow(environment(home));
+  AppFlow flow(AppEnvironment{home.path(), {{"VORLAN_UPDATE_ENDPOINT", ""}}, {}, {}, {}, {}});
   ContentView window(flow);
   EXPECT_EQ(window.windowTitle(), "Vorlan");
   EXPECT_EQ(window.minimumSize(), QSize(560, 440));
@@ -55,29 +47,6 @@ TEST(ContentView, ExactlyOneScreenForEachStepAndTheInputScreenBuiltAnew) {
   settle();
   EXPECT_FALSE(firstInput) << "the input screen of before was kept";
   EXPECT_STREQ(window.currentScreen()->metaObject()->className(), "vorlan::app::SystemDataInputView");
-}
-
-TEST(ContentView, UpdateBannerUntilTheUserClosesIt) {
-  test::TempDir home;
-  test::LocalHttpServer server([](const test::ReceivedRequest&) {
-    return test::LocalHttpServer::response(200, R"({"version":"99.0","url":"https://example.test/v99"})");
-  });
-  AppFlow flow(environment(home, server.base()));
-  ContentView window(flow);
-  EXPECT_FALSE(window.findChild<QWidget*>("updateBanner"));
-  ASSERT_TRUE(QTest::qWaitFor([&] { return flow.availableUpdate().has_value(); }, 30'000));
-  auto* banner = window.findChild<QWidget*>("updateBanner");
-  ASSERT_TRUE(banner);
-
-  QPushButton* close = nullptr;
-  for (auto* button : banner->findChildren<QPushButton*>())
-    if (button->accessibleName() == "닫기") close = button;
-  ASSERT_TRUE(close);
-  close->click();
-  settle();
-  EXPECT_TRUE(flow.updateDismissed());
-  EXPECT_TRUE(flow.availableUpdate()) << "closing the banner is not forgetting the update";
-  EXPECT_FALSE(window.findChild<QWidget*>("updateBanner"));
 }
 
 }  // namespace
