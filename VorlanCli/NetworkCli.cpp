@@ -2,9 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <filesystem>
-#include <system_error>
-
 #include "cleanup/CleanupCopy.hpp"
 #include "network/CleanupTelemetry.hpp"
 #include "network/CurlTransport.hpp"
@@ -13,23 +10,12 @@
 #include "network/ScanTelemetry.hpp"
 #include "network/Telemetry.hpp"
 #include "network/WebURL.hpp"
+#include "platform/FullDiskAccess.hpp"
 
 namespace vorlan::cli {
 namespace {
 
 constexpr std::string_view appKind = "cli";
-
-// Reports say when the scan could not read protected folders. Where the system has no such
-// permission, being able to list the home folder is the same promise.
-bool fullDiskAccessGranted(const std::filesystem::path& home) {
-  std::error_code ec;
-#ifdef __APPLE__
-  std::filesystem::directory_iterator probe(home / "Library/Application Support/com.apple.TCC", ec);
-#else
-  std::filesystem::directory_iterator probe(home, ec);
-#endif
-  return !ec;
-}
 
 // Ctrl-C ends a request at once instead of waiting out its time-out.
 CurlTransport transportFor(const CliContext& ctx) {
@@ -56,7 +42,7 @@ void shareScanReport(const DeepScanResult& result, std::optional<double> systemD
     return;
   }
   std::vector<std::string> errors;
-  if (!fullDiskAccessGranted(ctx.home)) errors.emplace_back(Telemetry::fdaDeniedError);
+  if (!FullDiskAccess::granted(ctx.home)) errors.emplace_back(Telemetry::fdaDeniedError);
   const auto payload = Telemetry::buildPayload(result, systemDataGB, durationS, appKind,
                                                std::move(errors), std::nullopt, ctx.home);
   if (previewOnly) {

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <climits>
 #include <exception>
+#include <filesystem>
 #include <fmt/format.h>
 
 #include "Commands.hpp"

@@ -1,5 +1,6 @@
 // The world as the app sees it: the real one from main(), a scripted one in tests. Every flow
-// object takes its home folder, clock, tools and network from here.
+// object takes its home folder, clock, tools and network from here. Function members left
+// empty are the real ones (see completed); the home folder is never guessed.
 #pragma once
 #include <cstdint>
 #include <filesystem>
@@ -21,7 +22,11 @@ struct AppEnvironment {
   std::function<int64_t()> now;                                   // seconds since 1970
 };
 
-// HOME, the process environment, the real tool runner, libcurl and the system clock.
+// HOME (links resolved, refused when unusable: then `home` is empty), the process
+// environment, the real tool runner, libcurl and the system clock.
 AppEnvironment realEnvironment();
+
+// `env` with every empty function member replaced by the real one.
+AppEnvironment completed(AppEnvironment env);
 
 }  // namespace vorlan::app

@@ -1,11 +1,92 @@
 #include "flow/AppFlow.hpp"
 
+#include <cstdlib>
+#include <exception>
+#include <utility>
+#include <vector>
+
+#include "Cancelled.hpp"
+#include "Version.hpp"
+#include "network/CurlTransport.hpp"
+#include "network/ScanTelemetry.hpp"
+#include "network/Telemetry.hpp"
+#include "platform/FullDiskAccess.hpp"
+#include "platform/HomeFolder.hpp"
+#include "quarantine/Quarantine.hpp"
+#include "scan/DeepScanner.hpp"
+#include "scan/ProcessToolRunner.hpp"
+
 namespace vorlan::app {
+namespace {
 
-AppEnvironment realEnvironment() { return {}; }
+int64_t systemNow() {
+  return std::chrono::duration_cast<std::chrono::seconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
 
-AppFlow::AppFlow(AppEnvironment env, QObject* parent) : QObject(parent), env_(std::move(env)) {}
+std::unique_ptr<ToolRunning> makeProcessToolRunner() { return std::make_unique<ProcessToolRunner>(); }
+std::unique_ptr<HttpTransport> makeCurlTransport() { return std::make_unique<CurlTransport>(); }
+
+}  // namespace
+
+// A test or a screenshot may set only the pieces it cares about; the rest is the real thing.
+// The home folder is never guessed: that is the caller's to give.
+AppEnvironment completed(AppEnvironment env) {
+  if (!env.makeToolRunner) env.makeToolRunner = makeProcessToolRunner;
+  if (!env.hasBinary) env.hasBinary = defaultHasBinary;
+  if (!env.makeTransport) env.makeTransport = makeCurlTransport;
+  if (!env.now) env.now = systemNow;
+  return env;
+}
+
+AppEnvironment realEnvironment() {
+  return AppEnvironment{homeFolderFrom(std::getenv("HOME")).path, processEnvironment(),
+                        makeProcessToolRunner, defaultHasBinary, makeCurlTransport, systemNow};
+}
+
+struct AppFlow::ScanOutcome {
+  std::optional<DeepScanResult> result;  // absent when cancelled or failed
+  std::optional<std::string> error;      // the failure's description
+};
+
+AppFlow::AppFlow(AppEnvironment env, QObject* parent)
+    : QObject(parent), env_(completed(std::move(env))) {
+  expireQuarantine();
+  checkForUpdate();
+  if (environmentValue(env_.environment, "VORLAN_DEBUG_REPORT") == "1") applyDebugReportFixture();
+}
+
 AppFlow::~AppFlow() = default;
+
+void AppFlow::expireQuarantine() {
+  // A relative home would put the store under whatever folder the app was started in.
+  if (!env_.home.is_absolute()) return;
+  jobs_.start(
+      [home = env_.home, now = env_.now()](std::stop_token) {
+        try {
+          return Quarantine(Quarantine::defaultRoot(home), home).expire(now);
+        } catch (const std::exception&) {
+          // A sweep that fails must not end the app; the next launch sweeps again.
+          return ExpireResult{};
+        }
+      },
+      // The quarantine screen reads the store itself when it appears.
+      [](ExpireResult) {});
+}
+
+void AppFlow::checkForUpdate() {
+  jobs_.start(
+      [endpoint = UpdateCheck::endpointInForce(env_.environment),
+       http = env_.makeTransport()](std::stop_token) {
+        HttpGetTransport transport(*http);
+        return UpdateCheck::check(Telemetry::appVersion, endpoint, transport);
+      },
+      [this](std::optional<UpdateInfo> info) {
+        availableUpdate_ = std::move(info);
+        emit availableUpdateChanged();
+      });
+}
 
 void AppFlow::setStep(Step step) {
   if (step_ == step) return;
@@ -36,10 +117,97 @@ void AppFlow::setDmgToTrash(std::optional<TrashCandidate> candidate) {
   dmgToTrash_ = std::move(candidate);
   emit dmgToTrashChanged();
 }
-void AppFlow::startScan() {}
-void AppFlow::cancelScan() {}
-bool AppFlow::isScanning() const { return false; }
-void AppFlow::sendTelemetryIfConsented(const DeepScanResult&) {}
-bool AppFlow::fullDiskAccessGranted() const { return true; }
+
+void AppFlow::startScan() {
+  // An earlier scan is told to stop but not waited for; whatever it still sends is dropped.
+  cancelScan();
+  const uint64_t generation = ++scanGeneration_;
+  const auto started = std::chrono::steady_clock::now();
+  setStep(Step::scanning);
+  setScanError(std::nullopt);
+  progress_.reset();
+  emit progressChanged();
+
+  // Made here and posted from the scanning thread (or the runner's reading thread) for each
+  // report: the hops keep their order, and the scan never waits for the window.
+  auto deliver = [this, generation](const ScanProgress& report) {
+    if (generation != scanGeneration_) return;
+    progress_ = report;
+    emit progressChanged();
+  };
+  scanJob_ = jobs_.start(
+      [jobs = &jobs_, deliver, runner = env_.makeToolRunner(), home = env_.home,
+       hasBinary = env_.hasBinary](std::stop_token stop) {
+        ScanOutcome outcome;
+        try {
+          DeepScanner scanner(*runner, home, hasBinary);
+          outcome.result = scanner.collect(
+              [jobs, deliver](const ScanProgress& report) {
+                jobs->post([deliver, report] { deliver(report); });
+              },
+              stop);
+        } catch (const Cancelled&) {
+        } catch (const std::exception& e) {
+          outcome.error = e.what();
+        }
+        return outcome;
+      },
+      [this, generation, started](ScanOutcome outcome) {
+        finishScan(generation, started, std::move(outcome));
+      });
+}
+
+void AppFlow::finishScan(uint64_t generation, std::chrono::steady_clock::time_point started,
+                         ScanOutcome outcome) {
+  if (generation != scanGeneration_) return;
+  scanJob_ = 0;
+  if (outcome.result) {
+    scanDuration_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    emit scanDurationChanged();
+    result_ = std::move(outcome.result);
+    emit resultChanged();
+    setStep(Step::report);
+    sendTelemetryIfConsented(*result_);
+    return;
+  }
+  // The input screen reads the error when it is built, so the error comes first.
+  if (outcome.error)
+    setScanError(QStringLiteral("스캔에 실패했습니다: ") + QString::fromStdString(*outcome.error));
+  setStep(Step::systemDataInput);
+}
+
+void AppFlow::cancelScan() {
+  if (scanJob_ != 0) jobs_.requestStop(scanJob_);
+}
+
+bool AppFlow::isScanning() const { return scanJob_ != 0; }
+
+void AppFlow::sendTelemetryIfConsented(const DeepScanResult& result) {
+  // The back-end is read from the environment captured at start, as everything else here: a
+  // configured back-end is not consent, and consent without one sends nothing.
+  const auto config =
+      Telemetry::resolveConfig(env_.environment, Telemetry::defaultURL, Telemetry::defaultAnonKey);
+  if (!config || !telemetryConsented_) return;
+  std::vector<std::string> errors;
+  if (!fullDiskAccessGranted()) errors.emplace_back(Telemetry::fdaDeniedError);
+
+  jobs_.start(
+      [result, systemDataGB = systemDataGB_, duration = scanDuration_, errors = std::move(errors),
+       home = env_.home, config = *config, http = env_.makeTransport()](std::stop_token) mutable {
+        const auto payload = Telemetry::buildPayload(result, systemDataGB, duration, "gui",
+                                                     std::move(errors), std::nullopt, home);
+        const bool sent = Telemetry::send(payload, *http, config);
+        return std::pair(sent, Telemetry::renderPreview(payload));
+      },
+      // The preview shows what went out, so it comes only once the send is over.
+      [this](std::pair<bool, std::string> outcome) {
+        telemetrySent_ = outcome.first;
+        emit telemetrySentChanged();
+        telemetryPreview_ = QString::fromStdString(outcome.second);
+        emit telemetryPreviewChanged();
+      });
+}
+
+bool AppFlow::fullDiskAccessGranted() const { return FullDiskAccess::granted(env_.home); }
 
 }  // namespace vorlan::app

@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QString>
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -16,6 +17,7 @@
 #include <thread>
 
 #include "flow/AppEnvironment.hpp"
+#include "flow/BackgroundJobs.hpp"
 #include "network/UpdateCheck.hpp"
 #include "scan/ScanRecords.hpp"
 #include "scan/ToolRunning.hpp"
@@ -97,6 +99,12 @@ class AppFlow : public QObject {
   void dmgToTrashChanged();
 
  private:
+  void expireQuarantine();
+  void checkForUpdate();
+  struct ScanOutcome;
+  void finishScan(uint64_t generation, std::chrono::steady_clock::time_point started,
+                  ScanOutcome outcome);
+
   AppEnvironment env_;
   Step step_ = Step::welcome;
   std::optional<double> systemDataGB_;
@@ -111,6 +119,13 @@ class AppFlow : public QObject {
   bool updateDismissed_ = false;
   bool showMoveSheet_ = false;
   std::optional<TrashCandidate> dmgToTrash_;
+
+  // Each scan gets a number; what an earlier one still sends back is dropped.
+  uint64_t scanGeneration_ = 0;
+  uint64_t scanJob_ = 0;  // the running scan's job, 0 when none runs
+  // Last, so that it goes first: its threads are stopped and joined while the fields that
+  // their results land in still exist.
+  BackgroundJobs jobs_;
 };
 
 }  // namespace vorlan::app
