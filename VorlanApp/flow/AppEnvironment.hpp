@@ -9,6 +9,7 @@
 
 #include "network/Environment.hpp"
 #include "network/HttpTransport.hpp"
+#include "network/Telemetry.hpp"
 #include "scan/ToolRunning.hpp"
 
 namespace vorlan::app {
@@ -28,5 +29,9 @@ AppEnvironment realEnvironment();
 
 // `env` with every empty function member replaced by the real one.
 AppEnvironment completed(AppEnvironment env);
+
+// The statistics back-end named by the environment captured at start (or the build's
+// defaults); absent when none is configured.
+std::optional<Telemetry::Config> telemetryConfig(const AppEnvironment& env);
 
 }  // namespace vorlan::app

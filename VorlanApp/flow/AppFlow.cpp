@@ -5,8 +5,12 @@
 #include <utility>
 #include <vector>
 
+#include <QCoreApplication>
+
 #include "Cancelled.hpp"
 #include "Version.hpp"
+#include "flow/InstallMover.hpp"
+#include "install/InstallLocation.hpp"
 #include "network/CurlTransport.hpp"
 #include "network/ScanTelemetry.hpp"
 #include "network/Telemetry.hpp"
@@ -40,6 +44,10 @@ AppEnvironment completed(AppEnvironment env) {
   return env;
 }
 
+std::optional<Telemetry::Config> telemetryConfig(const AppEnvironment& env) {
+  return Telemetry::resolveConfig(env.environment, Telemetry::defaultURL, Telemetry::defaultAnonKey);
+}
+
 AppEnvironment realEnvironment() {
   return AppEnvironment{homeFolderFrom(std::getenv("HOME")).path, processEnvironment(),
                         makeProcessToolRunner, defaultHasBinary, makeCurlTransport, systemNow};
@@ -51,29 +59,56 @@ struct AppFlow::ScanOutcome {
 };
 
 AppFlow::AppFlow(AppEnvironment env, QObject* parent)
-    : QObject(parent), env_(completed(std::move(env))) {
-  expireQuarantine();
+    : QObject(parent),
+      env_(completed(std::move(env))),
+      cleanup_(env_),
+      quarantineStore_(env_),
+      installRunner_(env_.makeToolRunner()) {
+  // What is deleted at once counts in the same tally as what the quarantine has purged.
+  cleanup_.onFreedImmediately = [store = &quarantineStore_](int64_t bytes) {
+    store->addFreedBytes(bytes);
+    store->reload();
+  };
+  quarantineStore_.expireOverdue();
+  startInstallWork();
   checkForUpdate();
   if (environmentValue(env_.environment, "VORLAN_DEBUG_REPORT") == "1") applyDebugReportFixture();
 }
 
 AppFlow::~AppFlow() = default;
 
-void AppFlow::expireQuarantine() {
-  // A relative home would put the store under whatever folder the app was started in.
-  if (!env_.home.is_absolute()) return;
+void AppFlow::startInstallWork() {
+  const InstallSeams seams = realInstallSeams(*installRunner_);
+  if (InstallLocation::shouldOfferMove(seams.bundlePath.string(), env_.home.string(),
+                                       env_.environment)) {
+    setShowMoveSheet(true);
+    if (environmentValue(env_.environment, "VORLAN_AUTO_MOVE") == "1") moveToApplications();
+    return;
+  }
+  jobs_.start([home = env_.home, seams](std::stop_token) { return InstallMover::finishAfterMove(home, seams); },
+              [this](std::optional<std::string> image) {
+                if (image) setDmgToTrash(TrashCandidate{QString::fromStdString(*image)});
+              });
+}
+
+void AppFlow::moveToApplications() {
   jobs_.start(
-      [home = env_.home, now = env_.now()](std::stop_token) {
+      [home = env_.home, seams = realInstallSeams(*installRunner_)](std::stop_token) -> std::optional<QString> {
         try {
-          return Quarantine(Quarantine::defaultRoot(home), home).expire(now);
-        } catch (const std::exception&) {
-          // A sweep that fails must not end the app; the next launch sweeps again.
-          return ExpireResult{};
+          InstallMover::moveAndRelaunch(home, seams);
+          return std::nullopt;
+        } catch (const std::exception& error) {
+          return QString::fromStdString(error.what());
         }
       },
-      // The quarantine screen reads the store itself when it appears.
-      [](ExpireResult) {});
+      [this](std::optional<QString> error) {
+        // The copy runs now: this one leaves, as closing the window would.
+        if (!error) QCoreApplication::exit(0);
+        else emit moveFailed(*error);
+      });
 }
+
+void AppFlow::requestCleanup(std::vector<std::string> paths) { cleanup_.execute(std::move(paths)); }
 
 void AppFlow::checkForUpdate() {
   jobs_.start(
@@ -103,6 +138,8 @@ void AppFlow::setScanError(std::optional<QString> error) {
 }
 void AppFlow::setTelemetryConsented(bool consented) {
   telemetryConsented_ = consented;
+  cleanup_.setTelemetryConsented(consented);
+  quarantineStore_.setTelemetryConsented(consented);
   emit telemetryConsentedChanged();
 }
 void AppFlow::setUpdateDismissed(bool dismissed) {
@@ -185,8 +222,7 @@ bool AppFlow::isScanning() const { return scanJob_ != 0; }
 void AppFlow::sendTelemetryIfConsented(const DeepScanResult& result) {
   // The back-end is read from the environment captured at start, as everything else here: a
   // configured back-end is not consent, and consent without one sends nothing.
-  const auto config =
-      Telemetry::resolveConfig(env_.environment, Telemetry::defaultURL, Telemetry::defaultAnonKey);
+  const auto config = telemetryConfig(env_);
   if (!config || !telemetryConsented_) return;
   std::vector<std::string> errors;
   if (!fullDiskAccessGranted()) errors.emplace_back(Telemetry::fdaDeniedError);

@@ -18,6 +18,8 @@
 
 #include "flow/AppEnvironment.hpp"
 #include "flow/BackgroundJobs.hpp"
+#include "flow/CleanupFlow.hpp"
+#include "flow/QuarantineStore.hpp"
 #include "network/UpdateCheck.hpp"
 #include "scan/ScanRecords.hpp"
 #include "scan/ToolRunning.hpp"
@@ -83,6 +85,16 @@ class AppFlow : public QObject {
   // Whether the app may read protected folders, asked afresh each time.
   bool fullDiskAccessGranted() const;
 
+  // The cleanup session and the quarantine session, one of each for the life of the app.
+  CleanupFlow& cleanup() { return cleanup_; }
+  QuarantineStore& quarantineStore() { return quarantineStore_; }
+  // Carries out the ticked paths of the plan.
+  void requestCleanup(std::vector<std::string> paths);
+
+  // Copies the app into the applications folder and starts the copy; this process then ends.
+  // A failure comes back as moveFailed with its words.
+  void moveToApplications();
+
  signals:
   void stepChanged();
   void systemDataGBChanged();
@@ -97,9 +109,10 @@ class AppFlow : public QObject {
   void updateDismissedChanged();
   void showMoveSheetChanged();
   void dmgToTrashChanged();
+  void moveFailed(const QString& error);
 
  private:
-  void expireQuarantine();
+  void startInstallWork();
   void checkForUpdate();
   struct ScanOutcome;
   void finishScan(uint64_t generation, std::chrono::steady_clock::time_point started,
@@ -119,6 +132,10 @@ class AppFlow : public QObject {
   bool updateDismissed_ = false;
   bool showMoveSheet_ = false;
   std::optional<TrashCandidate> dmgToTrash_;
+
+  CleanupFlow cleanup_;
+  QuarantineStore quarantineStore_;
+  std::unique_ptr<ToolRunning> installRunner_;  // hdiutil and open, for the move
 
   // Each scan gets a number; what an earlier one still sends back is dropped.
   uint64_t scanGeneration_ = 0;

@@ -1,8 +1,5 @@
 #include "flow/CleanupFlow.hpp"
 
-#include <QMetaObject>
-#include <QPointer>
-
 #include <algorithm>
 #include <exception>
 
@@ -36,8 +33,6 @@ CleanupFlow::CleanupFlow(AppEnvironment env, CleanupSeams seams, QObject* parent
       seams_(withDefaults(std::move(seams))),
       dictionary_(std::make_shared<const KnowledgeDictionary>(KnowledgeDictionary::bundled())) {}
 
-CleanupFlow::~CleanupFlow() { tasks_.stopAll(); }
-
 void CleanupFlow::toggle(const std::string& path) {
   const auto row = std::find_if(items_.begin(), items_.end(),
                                 [&](const CleanupItem& item) { return item.path == path; });
@@ -54,25 +49,22 @@ void CleanupFlow::load() {
   loadProgress_.reset();
   emit loadProgressChanged();
 
-  QPointer<CleanupFlow> self(this);
   const std::set<std::string> running = seams_.runningApps();
-  tasks_.start(
-      this,
-      [self, generation, running, home = env_.home, now = env_.now(), dictionary = dictionary_,
-       explanations = explanations_, installedApps = seams_.installedApps,
-       threads = seams_.threads](std::stop_token stop) -> std::optional<LoadedPlan> {
+  jobs_.start(
+      [jobs = &jobs_, this, generation, running, home = env_.home, now = env_.now(),
+       dictionary = dictionary_, explanations = explanations_,
+       installedApps = seams_.installedApps, threads = seams_.threads](std::stop_token stop)
+          -> std::optional<LoadedPlan> {
         // Each measured folder's row hops to the screen at once, in the order they finish.
-        auto onProgress = [self, generation](const PlanLoadProgress& progress) {
-          QMetaObject::invokeMethod(
-              self.data(),
-              [self, generation, progress] {
-                if (!self || self->loadGeneration_ != generation) return;
-                self->loadProgress_ = progress;
-                self->items_.push_back(progress.row);
-                emit self->rowArrived(progress.row);
-                emit self->loadProgressChanged();
-              },
-              Qt::QueuedConnection);
+        // `this` is only read on the main thread, inside the posted call.
+        auto onProgress = [jobs, this, generation](const PlanLoadProgress& progress) {
+          jobs->post([this, generation, progress] {
+            if (loadGeneration_ != generation) return;
+            loadProgress_ = progress;
+            items_.push_back(progress.row);
+            emit rowArrived(progress.row);
+            emit loadProgressChanged();
+          });
         };
         try {
           return loadCleanupPlan(home, *dictionary, installedApps(home), running, now,
@@ -116,8 +108,7 @@ void CleanupFlow::explainUnknowns() {
   setIsExplaining(true);
   const std::vector<std::string> paths = explainCandidates_;
   previewExplainRequest();
-  tasks_.start(
-      this,
+  jobs_.start(
       [paths, endpoint = Explain::endpointInForce(env_.environment),
        makeTransport = env_.makeTransport](std::stop_token) {
         const auto http = makeTransport();
@@ -148,8 +139,7 @@ void CleanupFlow::execute(std::vector<std::string> paths) {
   setIsExecuting(true);
   // Taken now: an application started since the plan was built must not lose its folder.
   const std::set<std::string> running = seams_.runningApps();
-  tasks_.start(
-      this,
+  jobs_.start(
       [paths = std::move(paths), items = items_, checked = checked_, running, home = env_.home,
        now = env_.now(), purge = seams_.purge](std::stop_token stop) {
         const Quarantine quarantine(Quarantine::defaultRoot(home), home);
@@ -173,15 +163,15 @@ void CleanupFlow::execute(std::vector<std::string> paths) {
 }
 
 void CleanupFlow::report(std::string_view event, const std::vector<CleanupItem>& rows) {
-  if (!telemetryConsented_ || rows.empty() || !Telemetry::isEnabled()) return;
+  const auto config = telemetryConfig(env_);
+  if (!telemetryConsented_ || rows.empty() || !config) return;
   const auto payload =
       Telemetry::buildCleanupEvent(event, rows, *dictionary_, std::nullopt, env_.home);
   // Started and not awaited: nobody waits for statistics.
-  tasks_.start(
-      this,
-      [payload, makeTransport = env_.makeTransport](std::stop_token) {
+  jobs_.start(
+      [payload, config, makeTransport = env_.makeTransport](std::stop_token) {
         const auto http = makeTransport();
-        return Telemetry::sendCleanupEvent(payload, *http);
+        return Telemetry::sendCleanupEvent(payload, *http, config);
       },
       [](bool) {});
 }

@@ -19,7 +19,7 @@
 #include "cleanup/CleanupSession.hpp"
 #include "cleanup/KnowledgeDictionary.hpp"
 #include "flow/AppEnvironment.hpp"
-#include "flow/BackgroundTasks.hpp"
+#include "flow/BackgroundJobs.hpp"
 
 namespace vorlan::app {
 
@@ -42,7 +42,6 @@ class CleanupFlow : public QObject {
   };
 
   explicit CleanupFlow(AppEnvironment env, CleanupSeams seams = {}, QObject* parent = nullptr);
-  ~CleanupFlow() override;
 
   const std::vector<CleanupItem>& items() const { return items_; }
   const std::set<std::string>& checked() const { return checked_; }
@@ -128,7 +127,7 @@ class CleanupFlow : public QObject {
   std::set<std::string> explainedPaths_;
   std::map<std::string, DictEntry> explanations_;
   bool telemetryConsented_ = false;
-  BackgroundTasks tasks_;  // last member: joined before the fields above go
+  BackgroundJobs jobs_;  // last member: joined before the fields above go
 };
 
 }  // namespace vorlan::app

@@ -53,8 +53,6 @@ struct RestoreOutcome {
 QuarantineStore::QuarantineStore(AppEnvironment env, QObject* parent)
     : QObject(parent), env_(std::move(env)) {}
 
-QuarantineStore::~QuarantineStore() { tasks_.stopAll(); }
-
 void QuarantineStore::addFreedBytes(int64_t bytes) {
   freedBytes_ += bytes;
   emit freedBytesChanged();
@@ -66,11 +64,11 @@ void QuarantineStore::reload() {
 }
 
 void QuarantineStore::expireOverdue() {
-  if (sweepInFlight_) return;
+  // A relative home would put the store under whatever folder the app was started in.
+  if (sweepInFlight_ || !env_.home.is_absolute()) return;
   sweepInFlight_ = true;
   emit sweepInFlightChanged();
-  tasks_.start(
-      this,
+  jobs_.start(
       [home = env_.home, now = env_.now()](std::stop_token) {
         const Quarantine quarantine = storeOf(home);
         // The manifests are read before anything goes, so the event can say what went.
@@ -107,8 +105,7 @@ void QuarantineStore::purgeAll() {
   emit isPurgingChanged();
   std::vector<std::string> ids;
   for (const auto& batch : batches_) ids.push_back(batch.id);
-  tasks_.start(
-      this,
+  jobs_.start(
       [home = env_.home, ids](std::stop_token) {
         const Quarantine quarantine = storeOf(home);
         EmptyOutcome outcome;
@@ -151,8 +148,7 @@ void QuarantineStore::restore(const QuarantineBatch& batch) {
   restoringID_ = batch.id;
   emit restoringIDChanged();
   // Off the main thread: a restore across file systems copies whole folders.
-  tasks_.start(
-      this,
+  jobs_.start(
       [home = env_.home, id = batch.id](std::stop_token) {
         RestoreOutcome outcome;
         try {
@@ -190,7 +186,8 @@ void QuarantineStore::restore(const QuarantineBatch& batch) {
 }
 
 void QuarantineStore::send(std::string_view event, const std::vector<QuarantineItem>& items) {
-  if (!telemetryConsented_ || items.empty() || !Telemetry::isEnabled()) return;
+  const auto config = telemetryConfig(env_);
+  if (!telemetryConsented_ || items.empty() || !config) return;
   // Only the path and the size reach the event; the rest of a row stays neutral.
   std::vector<CleanupItem> rows;
   for (const auto& item : items) {
@@ -201,11 +198,10 @@ void QuarantineStore::send(std::string_view event, const std::vector<QuarantineI
   }
   const auto payload = Telemetry::buildCleanupEvent(event, rows, KnowledgeDictionary::bundled(),
                                                     std::nullopt, env_.home);
-  tasks_.start(
-      this,
-      [payload, makeTransport = env_.makeTransport](std::stop_token) {
+  jobs_.start(
+      [payload, config, makeTransport = env_.makeTransport](std::stop_token) {
         const auto http = makeTransport();
-        return Telemetry::sendCleanupEvent(payload, *http);
+        return Telemetry::sendCleanupEvent(payload, *http, config);
       },
       [](bool) {});
 }

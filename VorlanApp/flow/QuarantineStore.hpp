@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "flow/AppEnvironment.hpp"
-#include "flow/BackgroundTasks.hpp"
+#include "flow/BackgroundJobs.hpp"
 #include "quarantine/QuarantineRecords.hpp"
 
 namespace vorlan::app {
@@ -29,7 +29,6 @@ class QuarantineStore : public QObject {
 
  public:
   explicit QuarantineStore(AppEnvironment env, QObject* parent = nullptr);
-  ~QuarantineStore() override;
 
   const std::vector<QuarantineBatch>& batches() const { return batches_; }
   int64_t freedBytes() const { return freedBytes_; }
@@ -76,7 +75,7 @@ class QuarantineStore : public QObject {
   std::optional<QString> expireNotice_;
   std::map<std::string, RestoreNotice> restoreNotices_;
   bool telemetryConsented_ = false;
-  BackgroundTasks tasks_;  // last member: joined before the fields above go
+  BackgroundJobs jobs_;  // last member: joined before the fields above go
 };
 
 }  // namespace vorlan::app
