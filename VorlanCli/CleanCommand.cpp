@@ -206,6 +206,9 @@ int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
   printGroup("7일 보관 (그때까지 되돌릴 수 있음)", held, width);
   if (immediate.empty() && held.empty()) {
     fmt::print("지울 항목이 없습니다.\n");
+    // The user's refusals still count, as they do after a run that deleted something.
+    if (options.share && !options.dryRun)
+      if (auto refused = refusedEvent(plan.items, checked)) shareCleanupEvents({*refused}, dictionary, ctx);
     return exitOk;
   }
   fmt::print("지금 바로 확보 {}\n", formatGB(total(immediate)));

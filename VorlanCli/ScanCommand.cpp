@@ -76,12 +76,13 @@ std::variant<ScanOptions, std::string> parseScanOptions(const std::vector<std::s
   return options;
 }
 
-// A folder named by --save must already be there and writable: a typo should not cost a
-// whole scan before it shows.
+// The folder named by --save is made, with any missing parents (many homes have no Desktop),
+// and checked before the scan: a folder that cannot be written should not cost a whole scan.
 std::optional<std::string> checkSaveFolder(const std::filesystem::path& folder) {
   std::error_code ec;
+  std::filesystem::create_directories(folder, ec);
   if (!std::filesystem::is_directory(folder, ec))
-    return fmt::format("리포트를 저장할 폴더가 없습니다: {}", folder.string());
+    return fmt::format("리포트를 저장할 폴더를 만들 수 없습니다: {}", folder.string());
   if (::access(folder.c_str(), W_OK | X_OK) != 0)
     return fmt::format("리포트를 저장할 폴더에 쓸 수 없습니다: {}", folder.string());
   return std::nullopt;

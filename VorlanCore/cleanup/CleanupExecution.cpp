@@ -27,6 +27,17 @@ void addEvent(CleanupOutcome& outcome, std::string name, std::vector<CleanupItem
 
 }  // namespace
 
+std::optional<CleanupEvent> refusedEvent(const std::vector<CleanupItem>& items,
+                                         const std::set<std::string>& checked) {
+  std::vector<CleanupItem> refused;
+  for (const auto& item : items)
+    if (item.checked && item.isExecutable() && item.bytes >= CleanupPolicy::minVisibleBytes &&
+        !checked.contains(item.path))
+      refused.push_back(item);
+  if (refused.empty()) return std::nullopt;
+  return CleanupEvent{"unchecked", std::move(refused)};
+}
+
 CleanupSplit splitForExecution(std::vector<std::string> paths, const std::vector<CleanupItem>& items,
                                const std::set<std::string>& running) {
   std::sort(paths.begin(), paths.end());
@@ -102,13 +113,7 @@ CleanupOutcome executeCleanup(const std::vector<std::string>& paths, const std::
     }
   }
 
-  // What the plan proposed and the user refused.
-  std::vector<CleanupItem> refused;
-  for (const auto& item : items)
-    if (item.checked && item.isExecutable() && item.bytes >= CleanupPolicy::minVisibleBytes &&
-        !checked.contains(item.path))
-      refused.push_back(item);
-  addEvent(outcome, "unchecked", std::move(refused));
+  if (auto refused = refusedEvent(items, checked)) outcome.events.push_back(std::move(*refused));
 
   for (const auto& item : items)
     if (!processed.contains(item.path)) outcome.items.push_back(item);

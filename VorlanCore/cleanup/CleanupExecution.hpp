@@ -31,6 +31,11 @@ struct CleanupSplit {
   bool operator==(const CleanupSplit&) const = default;
 };
 
+// "unchecked": the rows the plan proposed (ticked, executable, shown) that the user refused;
+// nothing when there are none.
+std::optional<CleanupEvent> refusedEvent(const std::vector<CleanupItem>& items,
+                                         const std::set<std::string>& checked);
+
 CleanupSplit splitForExecution(std::vector<std::string> paths, const std::vector<CleanupItem>& items,
                                const std::set<std::string>& running);
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "cleanup/KnowledgeDictionary.hpp"
-#include "cleanup/UsageMeasurement.hpp"
+#include "platform/UsageMeasurement.hpp"
 #include "scan/ScanRecords.hpp"
 
 namespace vorlan {

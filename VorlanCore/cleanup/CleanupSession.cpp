@@ -8,7 +8,7 @@
 
 #include "Cancelled.hpp"
 #include "cleanup/CleanupCopy.hpp"
-#include "cleanup/UsageMeasurement.hpp"
+#include "platform/UsageMeasurement.hpp"
 
 namespace vorlan {
 

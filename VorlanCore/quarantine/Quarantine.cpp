@@ -14,7 +14,7 @@
 #include <set>
 #include <system_error>
 
-#include "cleanup/UsageMeasurement.hpp"
+#include "platform/UsageMeasurement.hpp"
 #include "platform/AtomicFile.hpp"
 #include "platform/FileReading.hpp"
 #include "platform/Utf8Text.hpp"

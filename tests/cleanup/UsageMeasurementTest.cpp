@@ -3,7 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "cleanup/UsageMeasurement.hpp"
+#include "platform/UsageMeasurement.hpp"
 #include "support/TestSupport.hpp"
 
 namespace vorlan {

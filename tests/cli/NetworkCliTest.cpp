@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <future>
+#include <thread>
 #include <nlohmann/json.hpp>
 
 #include "Version.hpp"
@@ -81,6 +83,26 @@ TEST(NetworkCli, ShareSendsTheMaskedReportAndAFailureCostsOneLine) {
     ASSERT_EQ(requests.size(), c.configured ? 1u : 0u) << c.name;
     if (c.configured) { EXPECT_FALSE(requests[0].body.contains("Private Projects")) << requests[0].body; }
   }
+}
+
+// Nothing left to delete after the last look: the refusals are still sent.
+TEST(NetworkCli, CleanWithNothingToDeleteStillSendsTheRefusals) {
+  LocalHttpServer server([](const ReceivedRequest&) { return LocalHttpServer::response(201, ""); });
+  TempDir home;
+  allocateFile(home / "Library/Caches/com.gone.app/blob", 60'000'000);  // ticked by the plan
+  allocateFile(home / "Library/Caches/com.test.busy/blob", 60'000'000);  // a running program's
+  TempDir bin;
+  fs::copy_file("/bin/sleep", bin / "com.test.busy");
+  const auto sleeper = std::async(std::launch::async, [&] { return runProcess({(bin / "com.test.busy").string(), "2"}); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));  // only to let it start; not a check
+  const auto r = vorlan(home, {"clean", "--yes", "--share", "--no-progress", "Library/Caches/com.test.busy"},
+                        {{"VORLAN_TELEMETRY_URL", server.base()}});
+  EXPECT_TRUE(r.out.contains("지울 항목이 없습니다.")) << r.out << "\n" << r.err;
+  const auto requests = server.requests();
+  ASSERT_EQ(requests.size(), 1u) << r.err;
+  const auto payload = nlohmann::json::parse(requests[0].body)["payload"];
+  EXPECT_EQ(payload["event"], "unchecked");
+  EXPECT_EQ(payload["items"][0]["path"], "Library/Caches/com.gone.app");
 }
 
 }  // namespace

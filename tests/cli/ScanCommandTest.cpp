@@ -46,7 +46,7 @@ TEST_F(ScanCommand, BadInputIsOneKoreanLineAndAnExitCode) {
       {{"--system-data", "abc"}, 2, "시스템 데이터 수치를 읽을 수 없습니다: 'abc'"},
       {{"--system-data", "-5"}, 2, "시스템 데이터 수치를 읽을 수 없습니다: '-5'"},
       {{"--system-data", "1.2.3"}, 2, "시스템 데이터 수치를 읽을 수 없습니다: '1.2.3'"},
-      {{"--save", "/nonexistent/folder"}, 1, "리포트를 저장할 폴더가 없습니다: /nonexistent/folder\n"},
+      {{"--save", "/dev/null/folder"}, 1, "리포트를 저장할 폴더를 만들 수 없습니다: /dev/null/folder\n"},
   };
   for (const auto& c : cases) {
     const auto r = scan(c.args);
@@ -81,8 +81,8 @@ TEST_F(ScanCommand, JsonOnStdoutWhileProgressGoesToStderr) {
   EXPECT_EQ(cache["grade"], "SAFE");
 }
 
+// The Desktop is made when the home has none.
 TEST_F(ScanCommand, SaveWritesOneReportPerDayIntoAWritableFolder) {
-  fs::create_directories(home / "Desktop");
   ASSERT_EQ(scan({"--save", "--no-progress"}).exitCode, 0);
   writeFile(home / "Library/Caches/.kb", "800000\n");
   const auto second = scan({"--save", "--no-progress"});

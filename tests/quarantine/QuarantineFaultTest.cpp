@@ -10,7 +10,7 @@
 #include <functional>
 #include <optional>
 
-#include "cleanup/UsageMeasurement.hpp"
+#include "platform/UsageMeasurement.hpp"
 #include "quarantine/MoveJournal.hpp"
 #include "quarantine/QuarantineFixture.hpp"
 

@@ -4,7 +4,7 @@
 
 #include <stop_token>
 
-#include "cleanup/UsageMeasurement.hpp"
+#include "platform/UsageMeasurement.hpp"
 #include "platform/AtomicFile.hpp"
 #include "quarantine/QuarantineFixture.hpp"
 

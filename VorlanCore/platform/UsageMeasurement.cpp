@@ -1,4 +1,4 @@
-#include "cleanup/UsageMeasurement.hpp"
+#include "platform/UsageMeasurement.hpp"
 
 #include <dirent.h>
 #include <fcntl.h>
