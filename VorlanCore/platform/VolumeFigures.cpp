@@ -25,7 +25,12 @@ DiskUsage diskUsage(const std::filesystem::path& path) {
 std::optional<int64_t> settingsUsedBytes(const std::filesystem::path& path) {
   struct statvfs figures {};
   if (::statvfs(path.c_str(), &figures) != 0) return std::nullopt;
-  int64_t used = bytesOf(figures.f_frsize, figures.f_blocks) - bytesOf(figures.f_frsize, figures.f_bavail);
+#ifdef __APPLE__
+  const auto unused = figures.f_bavail;
+#else
+  const auto unused = figures.f_bfree;
+#endif
+  int64_t used = bytesOf(figures.f_frsize, figures.f_blocks) - bytesOf(figures.f_frsize, unused);
   return used < 0 ? 0 : used;
 }
 
