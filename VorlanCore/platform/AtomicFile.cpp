@@ -78,7 +78,10 @@ void writeFileAtomicallyAt(int dirfd, const std::string& name, std::string_view 
 
 void writeFileAtomically(const std::filesystem::path& target, std::string_view bytes) {
   const auto folder = target.has_parent_path() ? target.parent_path() : std::filesystem::path(".");
-  std::string tmpl = (folder / ("." + target.filename().string() + ".tmp-XXXXXX")).string();
+  // Appended piece by piece: GCC 12 takes `"." + name + …` for an overlapping copy (-Wrestrict).
+  std::string name = ".";
+  name.append(target.filename().string()).append(".tmp-XXXXXX");
+  std::string tmpl = (folder / name).string();
   int fd = ::mkstemp(tmpl.data());
   if (fd < 0) throwErrno(target.string());
   const std::filesystem::path tmp = tmpl;

@@ -156,6 +156,20 @@ TEST_F(ProcessToolRunnerTest, HasBinaryWantsAnExecutableRegularFile) {
   EXPECT_FALSE(hasBinaryOnPath("vorlan-test-plain", bin));  // not executable
 }
 
+// Tools are looked up where the system and Homebrew put them, before the user's own PATH; an
+// empty or missing PATH must not leave an empty piece, which env would take for the current folder.
+TEST_F(ProcessToolRunnerTest, ChildToolsGetTheToolSearchPath) {
+  const std::pair<std::optional<std::string_view>, std::string> cases[] = {
+      {std::nullopt, "/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin"},
+      {"", "/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin"},
+      {"/x:/y", "/opt/homebrew/bin:/usr/local/bin:/x:/y"},
+  };
+  for (const auto& [own, expected] : cases) EXPECT_EQ(toolSearchPath(own), expected);
+  const char* own = std::getenv("PATH");
+  EXPECT_EQ(runner.run({"sh", "-c", "printf %s \"$PATH\""}, 30.0).stdoutText,
+            toolSearchPath(own ? std::optional<std::string_view>(own) : std::nullopt));
+}
+
 TEST_F(ProcessToolRunnerTest, LeaksNoDescriptors) {
   const size_t before = openDescriptors();
   EXPECT_EQ(runner.run({script("printf ok\n")}, 30.0).stdoutText, "ok");

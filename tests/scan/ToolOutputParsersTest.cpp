@@ -26,5 +26,24 @@ TEST(ToolOutputParsers, DuKeepsWellFormedLinesOnly) {
   for (const auto& [text, expected] : cases) EXPECT_EQ(parseDuEntries(text), expected) << text;
 }
 
+// Snapshot names count in the report; a wrong split of a line adds or loses one.
+TEST(ToolOutputParsers, SnapshotNamesFromBothToolsAndTheirMerge) {
+  using Names = std::vector<std::string>;
+  const std::pair<std::string, Names> tmutil[] = {
+      {"", {}},
+      {"Snapshots for disk /:\n  com.apple.TimeMachine.2024-01-01-000000.local\n\n",
+       {"com.apple.TimeMachine.2024-01-01-000000.local"}},
+      {"x com.apple.TimeMachine.a\t\ncom.apple.os.update-1\n", {"x com.apple.TimeMachine.a"}},
+  };
+  for (const auto& [text, names] : tmutil) EXPECT_EQ(parseSnapshotList(text), names) << text;
+  const std::pair<std::string, Names> diskutil[] = {
+      {"", {}},
+      {"Name: a:b\nname: a\nName:\n  Name :  c  \nXID: 5\nNames: d\nno colon\n", {"a:b", "c"}},
+  };
+  for (const auto& [text, names] : diskutil) EXPECT_EQ(parseDiskutilSnapshots(text), names) << text;
+  EXPECT_EQ(mergeSnapshotNames({"a", "b"}, {"b", "c", "c"}), (Names{"a", "b", "c"}));
+  EXPECT_EQ(mergeSnapshotNames({"a", "a"}, {"a"}), (Names{"a", "a"}));  // the first list's doubles stay
+}
+
 }  // namespace
 }  // namespace vorlan
