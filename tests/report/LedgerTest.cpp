@@ -75,5 +75,22 @@ TEST(Ledger, ICloudNoteFromFiveGigabytes) {
             "지우면 안 되는 실데이터고, 줄이려면 'Mac 저장 공간 최적화'를 켜세요.");
 }
 
+// The balance sheet with and without a typed figure, and without the settings' used figure.
+TEST(Ledger, BalanceSheetWithAndWithoutAFigure) {
+  DeepScanResult r;
+  r.diskUsedSettingsBytes = 500'000'000'000;
+  using Lines = std::vector<std::string>;
+  EXPECT_EQ(balanceSheet(r, 132.19),
+            (Lines{"내 맥 저장공간 정산 — 총 사용량 500.0GB (설정 기준, 근사)",
+                   "├─ 애플 카테고리 합계: 367.8GB (문서·응용 프로그램·사진·macOS 등)",
+                   "└─ 시스템 데이터: 132.2GB ← 이 리포트가 해부하는 영역"}));
+  EXPECT_EQ(balanceSheet(r, std::nullopt),
+            (Lines{"내 맥 저장공간 정산 — 총 사용량 500.0GB (설정 기준, 근사)",
+                   "└─ '시스템 데이터' 규모는 설정 > 일반 > 저장 공간에서 확인해 다음 스캔에 입력하세요"}));
+  EXPECT_EQ(balanceSheet(r, 600.0)[1], "├─ 애플 카테고리 합계: 0.0GB (문서·응용 프로그램·사진·macOS 등)");
+  r.diskUsedSettingsBytes.reset();
+  EXPECT_TRUE(balanceSheet(r, 132.19).empty());
+}
+
 }  // namespace
 }  // namespace vorlan
