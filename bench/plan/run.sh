@@ -12,7 +12,7 @@ home="$out/home-$files"
 build="$root/build/release"
 mkdir -p "$out"
 
-command -v hyperfine >/dev/null || { echo "hyperfine is needed (scripts/bootstrap installs it)" >&2; exit 1; }
+command -v hyperfine >/dev/null || { echo "hyperfine is needed (scripts/bootstrap --bench installs it)" >&2; exit 1; }
 (cd "$root" && cmake --preset release >/dev/null && cmake --build --preset release --target vorlan >/dev/null)
 vorlan="$build/VorlanCli/vorlan"
 

@@ -11,7 +11,7 @@ files="${1:-200000}"
 home="$out/home-$files"
 mkdir -p "$out"
 
-command -v hyperfine >/dev/null || { echo "hyperfine is needed (scripts/bootstrap installs it)" >&2; exit 1; }
+command -v hyperfine >/dev/null || { echo "hyperfine is needed (scripts/bootstrap --bench installs it)" >&2; exit 1; }
 (cd "$root" && cmake --preset release >/dev/null && cmake --build --preset release --target vorlan >/dev/null)
 vorlan="$root/build/release/VorlanCli/vorlan"
 [ -d "$home" ] || python3 "$root/bench/make-synthetic-home.py" "$home" "$files"
