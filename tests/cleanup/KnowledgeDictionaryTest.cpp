@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <regex>
 
 #include "cleanup/CleanupPlan.hpp"
@@ -72,11 +73,21 @@ TEST(KnowledgeDictionary, ShippedFileDecodesAndStaysImpersonal) {
       "[@~]|//|/\\.\\./|/$|/Users/|/home/|/Documents/|/Desktop/|[0-9A-Fa-f]{16,}|[0-9]{13,}|"
       "[0-9A-Fa-f]{8}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{12}");
   for (const auto& [key, entry] : shipped.entries) {
-    bool underParent = false;
+    // The plan looks up the direct children of its parents only; a deeper key is never read.
+    bool childOfParent = false;
     for (auto parent : CleanupPolicy::expandedParents)
-      underParent = underParent || (key != parent && isAtOrUnder(key, parent));
-    EXPECT_TRUE(underParent) << key;
+      childOfParent = childOfParent || (key != parent && isAtOrUnder(key, parent) &&
+                                        key.find('/', parent.size() + 1) == std::string::npos);
+    EXPECT_TRUE(childOfParent) << key;
     EXPECT_FALSE(std::regex_search(key, personal)) << key;
+    // The plan acts on risk and regenerates, not on the grade, so they must tell the same story.
+    EXPECT_NE(entry.grade, Grade::unknown) << key;
+    if (entry.grade == Grade::safe) EXPECT_TRUE(entry.regenerates && entry.risk.empty()) << key;
+    if (entry.grade == Grade::review) EXPECT_FALSE(entry.risk.empty()) << key;
+    if (entry.grade == Grade::never) EXPECT_TRUE(entry.risk.empty()) << key;
+    // Shown to the user as is: Korean, so at least one Hangul syllable (lead byte EA..ED).
+    EXPECT_TRUE(std::any_of(entry.what.begin(), entry.what.end(),
+                            [](unsigned char c) { return c >= 0xEA && c <= 0xED; })) << key;
   }
 }
 
