@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 
+#include "flow/InstallMover.hpp"
 #include "network/Environment.hpp"
 #include "network/HttpTransport.hpp"
 #include "network/Telemetry.hpp"
@@ -21,6 +22,9 @@ struct AppEnvironment {
   HasBinary hasBinary;
   std::function<std::unique_ptr<HttpTransport>()> makeTransport;  // one per request
   std::function<int64_t()> now;                                   // seconds since 1970
+  // What the move into the applications folder touches: the running bundle, the trash,
+  // other processes. Tests give stand-ins, so that no test moves a real app.
+  std::function<InstallSeams(ToolRunning&)> installSeams;
 };
 
 // HOME (links resolved, refused when unusable: then `home` is empty), the process

@@ -41,6 +41,7 @@ AppEnvironment completed(AppEnvironment env) {
   if (!env.hasBinary) env.hasBinary = defaultHasBinary;
   if (!env.makeTransport) env.makeTransport = makeCurlTransport;
   if (!env.now) env.now = systemNow;
+  if (!env.installSeams) env.installSeams = realInstallSeams;
   return env;
 }
 
@@ -50,7 +51,8 @@ std::optional<Telemetry::Config> telemetryConfig(const AppEnvironment& env) {
 
 AppEnvironment realEnvironment() {
   return AppEnvironment{homeFolderFrom(std::getenv("HOME")).path, processEnvironment(),
-                        makeProcessToolRunner, defaultHasBinary, makeCurlTransport, systemNow};
+                        makeProcessToolRunner, defaultHasBinary, makeCurlTransport, systemNow,
+                        realInstallSeams};
 }
 
 struct AppFlow::ScanOutcome {
@@ -78,8 +80,9 @@ AppFlow::AppFlow(AppEnvironment env, QObject* parent)
 AppFlow::~AppFlow() = default;
 
 void AppFlow::startInstallWork() {
-  const InstallSeams seams = realInstallSeams(*installRunner_);
-  if (InstallLocation::shouldOfferMove(seams.bundlePath.string(), env_.home.string(),
+  const InstallSeams seams = env_.installSeams(*installRunner_);
+  bundlePath_ = seams.bundlePath.string();
+  if (InstallLocation::shouldOfferMove(bundlePath_, env_.home.string(),
                                        env_.environment)) {
     setShowMoveSheet(true);
     if (environmentValue(env_.environment, "VORLAN_AUTO_MOVE") == "1") moveToApplications();
@@ -93,7 +96,7 @@ void AppFlow::startInstallWork() {
 
 void AppFlow::moveToApplications() {
   jobs_.start(
-      [home = env_.home, seams = realInstallSeams(*installRunner_)](std::stop_token) -> std::optional<QString> {
+      [home = env_.home, seams = env_.installSeams(*installRunner_)](std::stop_token) -> std::optional<QString> {
         try {
           InstallMover::moveAndRelaunch(home, seams);
           return std::nullopt;
@@ -106,6 +109,10 @@ void AppFlow::moveToApplications() {
         if (!error) QCoreApplication::exit(0);
         else emit moveFailed(*error);
       });
+}
+
+QString AppFlow::installOrigin() const {
+  return InstallMover::originDescription(bundlePath_, env_.home.string());
 }
 
 void AppFlow::requestCleanup(std::vector<std::string> paths) { cleanup_.execute(std::move(paths)); }

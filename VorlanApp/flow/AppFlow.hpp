@@ -91,6 +91,8 @@ class AppFlow : public QObject {
   // Carries out the ticked paths of the plan.
   void requestCleanup(std::vector<std::string> paths);
 
+  // Where the app runs from, in the words of the move sheet ("디스크 이미지 안", …).
+  QString installOrigin() const;
   // Copies the app into the applications folder and starts the copy; this process then ends.
   // A failure comes back as moveFailed with its words.
   void moveToApplications();
@@ -136,6 +138,7 @@ class AppFlow : public QObject {
   CleanupFlow cleanup_;
   QuarantineStore quarantineStore_;
   std::unique_ptr<ToolRunning> installRunner_;  // hdiutil and open, for the move
+  std::string bundlePath_;                      // the running bundle, found at launch
 
   // Each scan gets a number; what an earlier one still sends back is dropped.
   uint64_t scanGeneration_ = 0;

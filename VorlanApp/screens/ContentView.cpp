@@ -1,19 +1,19 @@
 #include "screens/ContentView.hpp"
 
-#include <QDesktopServices>
-#include <QHBoxLayout>
-#include <QLabel>
-#include <QPushButton>
 #include <QStackedWidget>
-#include <QUrl>
 #include <QVBoxLayout>
+
+#include <utility>
 
 #include "flow/AppFlow.hpp"
 #include "screens/CleanupPlanView.hpp"
 #include "screens/FDAView.hpp"
+#include "screens/MoveToApplicationsView.hpp"
 #include "screens/ReportView.hpp"
 #include "screens/ScanProgressView.hpp"
 #include "screens/SystemDataInputView.hpp"
+#include "screens/TrashDMGView.hpp"
+#include "screens/UpdateBanner.hpp"
 #include "screens/WelcomeView.hpp"
 #include "theme/Theme.hpp"
 
@@ -30,30 +30,6 @@ QWidget* makeScreen(AppFlow::Step step, AppFlow& flow, QWidget* parent) {
     case AppFlow::Step::cleanupPlan: return new CleanupPlanView(flow, parent);
   }
   return new QWidget(parent);
-}
-
-// A plain strip until the update screens come: the news, a link to it, and a way to close it.
-QWidget* makeUpdateBanner(AppFlow& flow, const UpdateInfo& info, QWidget* parent) {
-  auto* banner = new QWidget(parent);
-  banner->setObjectName(QStringLiteral("updateBanner"));
-  auto* row = new QHBoxLayout(banner);
-  row->setContentsMargins(16, 8, 16, 8);
-  row->setSpacing(10);
-  row->addWidget(new QLabel(
-      QStringLiteral("새 버전 %1이 나왔습니다").arg(QString::fromStdString(info.version)), banner));
-  row->addStretch();
-  auto* get = new QPushButton(QStringLiteral("받기"), banner);
-  get->setFlat(true);
-  QObject::connect(get, &QPushButton::clicked, banner, [url = QString::fromStdString(info.url)] {
-    QDesktopServices::openUrl(QUrl(url));
-  });
-  row->addWidget(get);
-  auto* close = new QPushButton(QStringLiteral("✕"), banner);
-  close->setFlat(true);
-  close->setAccessibleName(QStringLiteral("닫기"));
-  QObject::connect(close, &QPushButton::clicked, &flow, [&flow] { flow.setUpdateDismissed(true); });
-  row->addWidget(close);
-  return banner;
 }
 
 }  // namespace
@@ -77,8 +53,13 @@ ContentView::ContentView(AppFlow& flow, QWidget* parent) : QMainWindow(parent), 
   connect(&flow_, &AppFlow::stepChanged, this, &ContentView::showStep);
   connect(&flow_, &AppFlow::availableUpdateChanged, this, &ContentView::showUpdateBanner);
   connect(&flow_, &AppFlow::updateDismissedChanged, this, &ContentView::showUpdateBanner);
+  connect(&flow_, &AppFlow::showMoveSheetChanged, this, &ContentView::showMoveSheet);
+  connect(&flow_, &AppFlow::dmgToTrashChanged, this, &ContentView::showTrashSheet);
   showStep();
   showUpdateBanner();
+  // The offers made at launch open once the window shows: a sheet needs its window on screen.
+  QMetaObject::invokeMethod(this, &ContentView::showMoveSheet, Qt::QueuedConnection);
+  QMetaObject::invokeMethod(this, &ContentView::showTrashSheet, Qt::QueuedConnection);
 }
 
 QWidget* ContentView::currentScreen() const { return stack_->currentWidget(); }
@@ -107,7 +88,42 @@ void ContentView::showUpdateBanner() {
   }
   const auto& update = flow_.availableUpdate();
   if (update && !flow_.updateDismissed())
-    bannerSlot_->addWidget(makeUpdateBanner(flow_, *update, centralWidget()));
+    bannerSlot_->addWidget(new UpdateBanner(
+        *update, [&flow = flow_] { flow.setUpdateDismissed(true); }, centralWidget()));
+}
+
+void ContentView::showMoveSheet() {
+  if (flow_.showMoveSheet() == static_cast<bool>(moveSheet_)) return;
+  if (!flow_.showMoveSheet()) {
+    // Taken first: closing it withdraws the offer again, which must find no sheet.
+    MoveToApplicationsView* sheet = std::exchange(moveSheet_, nullptr);
+    sheet->close();
+    return;
+  }
+  auto* sheet = new MoveToApplicationsView(flow_, this);
+  sheet->setAttribute(Qt::WA_DeleteOnClose);
+  moveSheet_ = sheet;
+  connect(sheet, &QDialog::finished, this, [this, sheet] {
+    if (moveSheet_ == sheet) moveSheet_ = nullptr;
+    flow_.setShowMoveSheet(false);
+  });
+  sheet->open();
+}
+
+void ContentView::showTrashSheet() {
+  const auto& candidate = flow_.dmgToTrash();
+  if (trashSheet_ && (!candidate || trashSheet_->dmgPath() != candidate->path))
+    std::exchange(trashSheet_, nullptr)->close();
+  if (!candidate || trashSheet_) return;
+  auto* sheet = new TrashDMGView(candidate->path, this);
+  sheet->setAttribute(Qt::WA_DeleteOnClose);
+  trashSheet_ = sheet;
+  connect(sheet, &QDialog::finished, this, [this, sheet] {
+    if (trashSheet_ != sheet) return;  // replaced by a newer offer, which stands
+    trashSheet_ = nullptr;
+    flow_.setDmgToTrash(std::nullopt);
+  });
+  sheet->open();
 }
 
 }  // namespace vorlan::app

@@ -1,7 +1,12 @@
 // The one window: the update banner slot on top and exactly one screen for the flow's step
-// below. Owns nothing of the flow; it only follows `step` and the update fields.
+// below, and the install sheets over whatever screen shows. Owns nothing of the flow; it only
+// follows `step`, the update fields and the two install offers.
 #pragma once
 #include <QMainWindow>
+#include <QPointer>
+
+#include "screens/MoveToApplicationsView.hpp"
+#include "screens/TrashDMGView.hpp"
 
 class QStackedWidget;
 class QVBoxLayout;
@@ -18,6 +23,9 @@ class ContentView : public QMainWindow {
 
   // The screen that shows now; for tests and screenshots.
   QWidget* currentScreen() const;
+  // The install sheets while they show; for tests and screenshots.
+  MoveToApplicationsView* moveSheet() const { return moveSheet_; }
+  TrashDMGView* trashSheet() const { return trashSheet_; }
 
  private:
   // Builds the step's screen afresh and drops the one before it: no screen has to undo the
@@ -25,10 +33,16 @@ class ContentView : public QMainWindow {
   void showStep();
   // The banner while an update is known and the user has not closed it; else nothing.
   void showUpdateBanner();
+  // The sheets follow the flow's offers: open while an offer stands, and closing a sheet
+  // withdraws its offer. They belong to the window, so a change of step leaves them open.
+  void showMoveSheet();
+  void showTrashSheet();
 
   AppFlow& flow_;
   QVBoxLayout* bannerSlot_ = nullptr;
   QStackedWidget* stack_ = nullptr;
+  QPointer<MoveToApplicationsView> moveSheet_;
+  QPointer<TrashDMGView> trashSheet_;
 };
 
 }  // namespace vorlan::app

@@ -19,10 +19,13 @@ const char* styleName(Text style) {
   switch (style) {
     case Text::largeTitle: return "largeTitle";
     case Text::title: return "title";
+    case Text::title3: return "title3";
     case Text::headline: return "headline";
     case Text::body: return "body";
+    case Text::callout: return "callout";
     case Text::muted: return "muted";
     case Text::footnote: return "footnote";
+    case Text::error: return "error";
     case Text::figure: return "figure";
   }
   return "body";

@@ -11,7 +11,8 @@ class QVBoxLayout;
 namespace vorlan::app::theme {
 
 // How a line of text looks; the application style sheet gives each its font and colour.
-enum class Text { largeTitle, title, headline, body, muted, footnote, figure };
+// `title3` heads a sheet, `callout` is a strip's text, `error` a failure's words on a sheet.
+enum class Text { largeTitle, title, title3, headline, body, callout, muted, footnote, error, figure };
 
 // A word-wrapping label in `style` (a figure does not wrap).
 QLabel* label(const QString& text, Text style, QWidget* parent = nullptr);

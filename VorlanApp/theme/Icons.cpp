@@ -130,6 +130,16 @@ void draw(QPainter& p, const QString& name, const QColor& c, const QColor& onFil
     p.drawPolyline(QPolygonF({{8, 9}, {5, 9}, {5, 21}, {19, 21}, {19, 9}, {16, 9}}));
     p.drawLine(QPointF(12, 2.5), QPointF(12, 15));
     p.drawPolyline(QPolygonF({{8.5, 11.5}, {12, 15}, {15.5, 11.5}}));
+  } else if (name == "arrow.down.circle") {
+    p.setPen(strokePen(c, 1.8));
+    p.setBrush(Qt::NoBrush);
+    p.drawEllipse(QRectF(3, 3, 18, 18));
+    p.drawLine(QPointF(12, 7.5), QPointF(12, 16));
+    p.drawPolyline(QPolygonF({{8.5, 12.5}, {12, 16}, {15.5, 12.5}}));
+  } else if (name == "xmark") {
+    p.setPen(strokePen(c, 2.0));
+    p.drawLine(QPointF(6.5, 6.5), QPointF(17.5, 17.5));
+    p.drawLine(QPointF(17.5, 6.5), QPointF(6.5, 17.5));
   } else if (name == "chevron.right" || name == "chevron.down") {
     p.setPen(strokePen(c, 2.0));
     p.setBrush(Qt::NoBrush);

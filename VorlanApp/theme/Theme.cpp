@@ -26,10 +26,13 @@ QString styleSheet() {
   return QStringLiteral(R"(
 QLabel[vl="largeTitle"] { font-size: 30px; font-weight: 700; color: %1; }
 QLabel[vl="title"] { font-size: 21px; font-weight: 700; color: %1; }
+QLabel[vl="title3"] { font-size: 17px; font-weight: 700; color: %1; }
 QLabel[vl="headline"] { font-size: 15px; font-weight: 600; color: %1; }
 QLabel[vl="body"] { font-size: 14px; color: %2; }
+QLabel[vl="callout"] { font-size: 13px; color: %1; }
 QLabel[vl="muted"] { font-size: 13px; color: %3; }
 QLabel[vl="footnote"] { font-size: 12px; color: %3; }
+QLabel[vl="error"] { font-size: 12px; color: %4; }
 QLabel[vl="figure"] { color: %1; }
 QLabel[vl="fig"] { color: %3; }
 QPushButton[vl="link"] { background: transparent; border: none; padding: 3px 0px;

@@ -72,7 +72,8 @@ class AppFlowTest : public ::testing::Test {
                             options.timeoutCap = std::chrono::seconds(5);
                             return std::make_unique<CurlTransport>(options);
                           },
-                          [] { return testNow; }};
+                          [] { return testNow; },
+                          {}};
   }
 
   test::TempDir dir;

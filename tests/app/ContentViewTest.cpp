@@ -21,7 +21,7 @@ void settle() {
 
 TEST(ContentView, ExactlyOneScreenForEachStepAndTheInputScreenBuiltAnew) {
   test::TempDir home;
-  AppFlow flow(AppEnvironment{home.path(), {{"VORLAN_UPDATE_ENDPOINT", ""}}, {}, {}, {}, {}});
+  AppFlow flow(AppEnvironment{home.path(), {{"VORLAN_UPDATE_ENDPOINT", ""}}, {}, {}, {}, {}, {}});
   ContentView window(flow);
   EXPECT_EQ(window.windowTitle(), "Vorlan");
   EXPECT_EQ(window.minimumSize(), QSize(560, 440));

@@ -19,6 +19,26 @@ class OfflineTransport : public HttpTransport {
   std::optional<HttpResponse> perform(const HttpRequest&) override { return std::nullopt; }
 };
 
+// The move into the applications folder on stand-ins: the app runs from `bundle`, no other
+// copy runs, the trash removes, and every tool (hdiutil, open) exits with 1. A bundle that is
+// not there makes the move fail at its copy; nothing outside the temporary home is touched.
+inline InstallSeams standInInstallSeams(std::filesystem::path bundle) {
+  auto runner = std::make_shared<vorlan::test::ScriptedToolRunner>();
+  runner->scriptFallback([](const auto&) { return ToolResult{1, {}, {}}; });
+  InstallSeams seams;
+  seams.bundlePath = std::move(bundle);
+  seams.ownExecutable = "/nonexistent";
+  seams.runner = [runner]() -> ToolRunning& { return *runner; };
+  seams.otherInstances = [](const std::string&) { return std::vector<pid_t>{}; };
+  seams.runsExecutable = [](pid_t, const std::filesystem::path&) { return false; };
+  seams.isRunning = [](pid_t) { return false; };
+  seams.terminate = seams.forceTerminate = [](pid_t) {};
+  seams.sleep = [](std::chrono::milliseconds) {};
+  seams.trash = [](const std::filesystem::path& path) { std::filesystem::remove_all(path); };
+  seams.eject = [](const std::string&) {};
+  return seams;
+}
+
 inline AppEnvironment screenEnvironment(const std::filesystem::path& home) {
   AppEnvironment env;
   env.home = home;
@@ -26,6 +46,8 @@ inline AppEnvironment screenEnvironment(const std::filesystem::path& home) {
   env.hasBinary = [](const std::string&) { return false; };
   env.makeTransport = [] { return std::make_unique<OfflineTransport>(); };
   env.now = [] { return int64_t{1'787'000'000}; };  // one fixed day
+  // Started from a disk image that is not there: the move is offered, and fails at its copy.
+  env.installSeams = [](ToolRunning&) { return standInInstallSeams("/Volumes/Vorlan/Vorlan.app"); };
   return env;
 }
 

@@ -7,11 +7,17 @@
 #include <QMessageBox>
 #include <QPainter>
 #include <QTextStream>
+#include <QVBoxLayout>
 
 #include <functional>
 #include <memory>
 
+#include "app/FlowTestSupport.hpp"
 #include "app/ScreenTestSupport.hpp"
+#include "screens/ContentView.hpp"
+#include "screens/MoveToApplicationsView.hpp"
+#include "screens/TrashDMGView.hpp"
+#include "screens/UpdateBanner.hpp"
 #include "screens/FDAView.hpp"
 #include "screens/PreviewSheet.hpp"
 #include "screens/ReportView.hpp"
@@ -125,6 +131,51 @@ int main(int argc, char** argv) {
          auto view = std::make_unique<ReportView>(f);
          view->save();
          return view;
+       }},
+      // The install sheets over the window, and the update strip over a screen. The flows of
+      // these pictures run from a disk image that is not there, so the move is offered.
+      {"move-sheet", [](AppFlow& f) { return std::make_unique<ContentView>(f); }},
+      {"move-sheet-moving", [](AppFlow& f) {
+         auto window = std::make_unique<ContentView>(f);
+         // Behind the window's own queued opening of the sheet.
+         QMetaObject::invokeMethod(window.get(), [w = window.get()] { w->moveSheet()->setMoving(true); },
+                                   Qt::QueuedConnection);
+         return window;
+       }},
+      {"move-sheet-error", [](AppFlow& f) {
+         auto window = std::make_unique<ContentView>(f);
+         QMetaObject::invokeMethod(window.get(), [w = window.get()] {
+           w->moveSheet()->move();
+           app::test::waitUntil([w] { return !w->moveSheet()->error().isEmpty(); });
+         }, Qt::QueuedConnection);
+         return window;
+       }},
+      {"trash-sheet", [](AppFlow& f) {
+         f.setShowMoveSheet(false);
+         f.setDmgToTrash(TrashCandidate{QStringLiteral("/Users/me/Downloads/Vorlan-1.4.0.dmg")});
+         return std::make_unique<ContentView>(f);
+       }},
+      {"trash-sheet-error", [](AppFlow& f) {
+         f.setShowMoveSheet(false);
+         f.setDmgToTrash(TrashCandidate{QStringLiteral("/Users/me/Downloads/Vorlan-1.4.0.dmg")});
+         auto window = std::make_unique<ContentView>(f);
+         QMetaObject::invokeMethod(window.get(), [w = window.get()] {
+           w->trashSheet()->trash();
+           app::test::waitUntil([w] { return !w->trashSheet()->error().isEmpty(); });
+         }, Qt::QueuedConnection);
+         return window;
+       }},
+      {"update-banner", [](AppFlow& f) {
+         // The window's column as ContentView lays it out, with the strip that a found update
+         // brings (this picture's flow reaches no network).
+         f.applyDebugReportFixture();
+         auto column = std::make_unique<QWidget>();
+         auto* layout = new QVBoxLayout(column.get());
+         layout->setContentsMargins(0, 0, 0, 0);
+         layout->setSpacing(0);
+         layout->addWidget(new UpdateBanner(UpdateInfo{"1.4.0", "https://example.test/v1.4.0"}, [] {}));
+         layout->addWidget(new ReportView(f), 1);
+         return column;
        }},
   };
 
