@@ -50,7 +50,9 @@ CleanupPlanView::CleanupPlanView(AppFlow& flow, QWidget* parent)
   auto* waitRow = new QHBoxLayout;
   waitRow->addStretch();
   waitRow->addWidget(new Spinner(18));
-  waitRow->addWidget(label("지울 수 있는 것을 찾는 중입니다...", Text::muted));
+  QLabel* waitText = label("지울 수 있는 것을 찾는 중입니다...", Text::muted);
+  waitText->setWordWrap(false);  // one short line, centred
+  waitRow->addWidget(waitText);
   waitRow->addStretch();
   waiting->addLayout(waitRow);
   waiting->addStretch();
