@@ -85,6 +85,14 @@ void CleanupFlow::load() {
       });
 }
 
+void CleanupFlow::showPlan(std::vector<CleanupItem> items) {
+  ++loadGeneration_;
+  setItems(std::move(items));
+  setChecked(initialChecked(items_));
+  refreshExplainCandidates();
+  setIsLoading(false);
+}
+
 void CleanupFlow::refreshExplainCandidates() {
   std::vector<std::string> candidates;
   if (!explainDeclined_)

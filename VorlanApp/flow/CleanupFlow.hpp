@@ -76,6 +76,10 @@ class CleanupFlow : public QObject {
 
   // Builds the plan anew; a load still running is superseded and its rows dropped.
   void load();
+  // Puts a finished plan in place as a load would leave it (defaults ticked, candidates
+  // offered), superseding a load under way: for fixed pictures of the screen and plans larger
+  // than a test's home can hold.
+  void showPlan(std::vector<CleanupItem> items);
   void refreshExplainCandidates();
   // Sends the candidates' names to the explain service; answers change words, never ticks.
   void explainUnknowns();

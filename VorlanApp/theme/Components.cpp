@@ -59,6 +59,8 @@ QLabel* label(const QString& text, Text style, QWidget* parent) {
   return l;
 }
 
+void tint(QLabel* l, Tint tint) { l->setProperty("tint", tint == Tint::accent ? "accent" : "faint"); }
+
 ElidedLabel::ElidedLabel(Text style, QWidget* parent) : QLabel(parent) {
   setTextFormat(Qt::PlainText);
   setProperty("vl", styleName(style));

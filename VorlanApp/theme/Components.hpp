@@ -17,6 +17,11 @@ enum class Text { largeTitle, title, title3, headline, body, callout, muted, foo
 // A word-wrapping label in `style` (a figure does not wrap).
 QLabel* label(const QString& text, Text style, QWidget* parent = nullptr);
 
+// A label's colour in place of its role's, keeping its size: the accent for warnings, the
+// faintest grey for what matters least. Listed after the roles, so it wins over them.
+enum class Tint { accent, faint };
+void tint(QLabel* label, Tint tint);
+
 // One line that keeps its beginning and end and drops the middle when it has no room (a long
 // path); the whole text stays in the tooltip.
 class ElidedLabel : public QLabel {

@@ -124,6 +124,30 @@ void draw(QPainter& p, const QString& name, const QColor& c, const QColor& onFil
     p.setBrush(c);
     p.drawEllipse(QPointF(12, 18), 1.3, 1.3);
     p.drawLine(QPointF(4, 3.5), QPointF(20, 20.5));
+  } else if (name == "text.bubble" || name == "questionmark.bubble") {
+    // A speech bubble with its tail at the lower left; inside, lines of text or a question.
+    QPainterPath bubble;
+    bubble.addRoundedRect(QRectF(2.5, 3.5, 19, 14), 4, 4);
+    QPainterPath tail;
+    tail.moveTo(6, 16);
+    tail.lineTo(5, 21.5);
+    tail.lineTo(11, 16.5);
+    p.setPen(strokePen(c, 1.8));
+    p.setBrush(Qt::NoBrush);
+    p.drawPath(bubble.united(tail).simplified());
+    if (name == "text.bubble") {
+      p.drawLine(QPointF(7, 8.5), QPointF(17, 8.5));
+      p.drawLine(QPointF(7, 12.5), QPointF(13.5, 12.5));
+    } else {
+      QPainterPath hook;
+      hook.moveTo(9.6, 8.6);
+      hook.cubicTo(9.6, 6.6, 14.4, 6.6, 14.4, 8.6);
+      hook.cubicTo(14.4, 10.2, 12, 10.2, 12, 12);
+      p.drawPath(hook);
+      p.setBrush(c);
+      p.setPen(Qt::NoPen);
+      p.drawEllipse(QPointF(12, 14.6), 1.1, 1.1);
+    }
   } else if (name == "square.and.arrow.down") {
     p.setPen(strokePen(c, 1.8));
     p.setBrush(Qt::NoBrush);

@@ -50,6 +50,8 @@ QLineEdit { background: %6; color: %1; border: 1px solid %8; border-radius: 6px;
 QLineEdit:focus { border-color: %4; }
 QProgressBar { background: %7; border: none; border-radius: 4px; min-height: 8px; max-height: 8px; }
 QProgressBar::chunk { background: %4; border-radius: 4px; }
+QLabel[tint="accent"] { color: %4; }
+QLabel[tint="faint"] { color: %5; }
 QMessageBox QLabel { color: %1; }
 QMessageBox QLabel#qt_msgbox_informativelabel { min-width: 320px; }
 )")

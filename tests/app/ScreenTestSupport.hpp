@@ -4,6 +4,10 @@
 #include <QApplication>
 #include <QWidget>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <memory>
 
@@ -58,5 +62,24 @@ inline void showAt(QWidget& widget, QSize size) {
   widget.show();
   QApplication::processEvents();
 }
+
+// Holds the quarantine's lock as another run of the program would: every store operation
+// waits for it, and gives up after three seconds. Released when the value goes.
+class HeldStoreLock {
+ public:
+  explicit HeldStoreLock(const std::filesystem::path& home) {
+    std::filesystem::create_directories(home / ".vorlan");
+    fd_ = ::open((home / ".vorlan/lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd_ >= 0) ::flock(fd_, LOCK_EX);
+  }
+  ~HeldStoreLock() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  HeldStoreLock(const HeldStoreLock&) = delete;
+  HeldStoreLock& operator=(const HeldStoreLock&) = delete;
+
+ private:
+  int fd_ = -1;
+};
 
 }  // namespace vorlan::app::test

@@ -6,14 +6,20 @@
 #include <QFontMetrics>
 #include <QMessageBox>
 #include <QPainter>
+#include <QPushButton>
 #include <QTextStream>
 #include <QVBoxLayout>
+
+#include <fmt/format.h>
 
 #include <functional>
 #include <memory>
 
 #include "app/FlowTestSupport.hpp"
 #include "app/ScreenTestSupport.hpp"
+#include "cleanup/CleanupCopy.hpp"
+#include "quarantine/Quarantine.hpp"
+#include "screens/CleanupPlanView.hpp"
 #include "screens/ContentView.hpp"
 #include "screens/MoveToApplicationsView.hpp"
 #include "screens/TrashDMGView.hpp"
@@ -45,6 +51,118 @@ QPixmap picture(QWidget& window) {
     p.drawRect(QRect(at, sheet.size()).adjusted(0, 0, -1, -1));
   }
   return shot;
+}
+
+// A plan of `count` rows, largest first, in every verdict and with words of every length.
+std::vector<CleanupItem> fixturePlan(int count) {
+  struct Kind {
+    const char* parent;
+    const char* name;
+    CleanupVerdict verdict;
+    bool immediate;
+    const char* what;
+    std::string_view reason;
+    std::string_view consequence;
+  };
+  const Kind kinds[] = {
+      {"Library/Caches", "com.example.browser", CleanupVerdict::regenerable, true, "브라우저가 받아 둔 웹 페이지 조각",
+       "지워도 다시 만들어집니다", CleanupCopy::regenerable},
+      {"Library/Application Support", "com.example.oldeditor", CleanupVerdict::orphan, false, "",
+       "주인을 찾지 못했습니다", CleanupCopy::orphan},
+      {"Library/Developer/Xcode/DerivedData", "Project-abcdefghijklmnop", CleanupVerdict::stale, false,
+       "빌드할 때 생기는 중간 결과물", "212일째 바뀌지 않았습니다", CleanupCopy::staleData},
+      {"Library/Group Containers", "group.com.example.notes", CleanupVerdict::needsReview, false,
+       "메모 앱이 여러 기기와 나누는 자료", "확인이 필요합니다", CleanupCopy::reviewDefault},
+      {"Library/Application Support", "com.example.music", CleanupVerdict::inUse, false, "", "지금 실행 중입니다",
+       CleanupCopy::inUse},
+      {"Library/Application Support", "MobileSync", CleanupVerdict::keep, false, "기기 백업 — 지우면 복구할 수 없습니다",
+       "직접 지우세요", CleanupCopy::keep},
+      {".cache", "io.example.modeltool", CleanupVerdict::unknown, false, "", "아직 무엇인지 모릅니다",
+       CleanupCopy::unknown},
+      {".gradle/caches", "modules-2", CleanupVerdict::regenerable, false, "Gradle이 받아 둔 라이브러리",
+       "지워도 다시 만들어집니다", CleanupCopy::regenerableHeld},
+  };
+  std::vector<CleanupItem> items;
+  for (int i = 0; i < count; ++i) {
+    const Kind& k = kinds[i % std::size(kinds)];
+    CleanupItem item;
+    item.name = i < static_cast<int>(std::size(kinds)) ? k.name : fmt::format("{}.{}", k.name, i);
+    item.path = fmt::format("{}/{}", k.parent, item.name);
+    item.bytes = 12'300'000'000 - static_cast<int64_t>(i) * 61'000'000;
+    item.verdict = k.verdict;
+    item.checked = isCheckedByDefault(k.verdict);
+    item.purgeImmediately = k.immediate;
+    item.what = k.what;
+    item.reason = k.reason;
+    item.consequence = k.consequence;
+    items.push_back(std::move(item));
+  }
+  return items;
+}
+
+// Three batches: one that goes tomorrow, one whose restore left a folder behind, one new.
+void fillQuarantine(const std::filesystem::path& home, QuarantineStore& store, int64_t now) {
+  const Quarantine quarantine(Quarantine::defaultRoot(home), home);
+  const auto make = [&](std::vector<std::string> paths, int64_t when) {
+    for (const auto& path : paths) vorlan::test::allocateFile(home / path / "data", 410'000'000);
+    return quarantine.move(paths, when);
+  };
+  make({"Library/Caches/com.example.browser", "Library/Application Support/com.example.oldeditor"},
+       now - 6 * 86'400);
+  const auto partly = make({".cache/io.example.modeltool", ".gradle/caches/modules-2"}, now - 86'400);
+  make({"Library/Developer/Xcode/DerivedData/Project-abcdefghijklmnop", "Library/Caches/com.example.maps",
+        ".npm/_cacache"},
+       now);
+  vorlan::test::writeFile(home / ".gradle/caches/modules-2/new", "made since");
+  store.addFreedBytes(2'400'000'000);  // as if an earlier deletion had emptied at once
+  store.reload();
+  store.restore(partly);
+  app::test::waitUntil([&] { return !store.restoringID(); });
+}
+
+// The cleanup screen in its states, each on a home of its own.
+void cleanupShots(const QString& folder, int& written, int& failures) {
+  enum class Scene { plan, explainOffer, deleting, skipped, quarantine, requestSheet };
+  const std::pair<const char*, Scene> scenes[] = {
+      {"cleanup-plan", Scene::plan},         {"cleanup-explain-offer", Scene::explainOffer},
+      {"cleanup-deleting", Scene::deleting}, {"cleanup-skipped", Scene::skipped},
+      {"cleanup-quarantine", Scene::quarantine}, {"explain-request-sheet", Scene::requestSheet},
+  };
+  for (auto appearance : {theme::Appearance::light, theme::Appearance::dark}) {
+    theme::setAppearance(appearance);
+    const char* tone = appearance == theme::Appearance::dark ? "dark" : "light";
+    for (QSize size : {QSize(800, 600), QSize(560, 440)}) {
+      for (const auto& [name, scene] : scenes) {
+        vorlan::test::TempDir home;
+        const AppEnvironment env = app::test::screenEnvironment(home.path());
+        AppFlow flow(env);
+        CleanupFlow& cleanup = flow.cleanup();
+        if (scene == Scene::quarantine) fillQuarantine(home.path(), flow.quarantineStore(), env.now());
+        CleanupPlanView view(flow);
+        app::test::showAt(view, size);
+        app::test::waitUntil([&] { return !cleanup.isLoading() && !flow.quarantineStore().sweepInFlight(); });
+        if (scene != Scene::explainOffer && scene != Scene::requestSheet) cleanup.declineExplain();
+        cleanup.showPlan(fixturePlan(scene == Scene::quarantine ? 12 : 200));
+        std::unique_ptr<app::test::HeldStoreLock> busy;
+        if (scene == Scene::deleting) {
+          // Another run holds the store, so the deletion waits where the picture can see it.
+          busy = std::make_unique<app::test::HeldStoreLock>(home.path());
+          view.findChild<QPushButton*>("deleteButton")->click();
+        }
+        if (scene == Scene::skipped)
+          cleanup.setSkippedInUse({"Library/Application Support/com.example.music", "Library/Caches/com.example.browser"});
+        if (scene == Scene::requestSheet) view.findChild<QPushButton*>("previewRequest")->click();
+        QApplication::processEvents();
+        const QString file = QStringLiteral("%1/%2-%3-%4x%5.png")
+                                 .arg(folder, QString::fromUtf8(name), QString::fromUtf8(tone))
+                                 .arg(size.width())
+                                 .arg(size.height());
+        if (picture(view).save(file)) ++written; else ++failures;
+        busy.reset();
+        app::test::waitUntil([&] { return !cleanup.isExecuting(); });
+      }
+    }
+  }
 }
 
 }  // namespace
@@ -213,6 +331,7 @@ int main(int argc, char** argv) {
                              .arg(folder, appearance == theme::Appearance::dark ? "dark" : "light");
     if (view.grab().save(file)) ++written; else ++failures;
   }
+  cleanupShots(folder, written, failures);
   err << written << " screenshots in " << folder << "\n";
   return failures == 0 ? 0 : 1;
 }
