@@ -1,5 +1,7 @@
 #include "screens/CleanupRowDelegate.hpp"
 
+#include <QAbstractScrollArea>
+#include <QCoreApplication>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
@@ -247,7 +249,19 @@ void CleanupRowList::resizeEvent(QResizeEvent* event) {
 }
 
 void CleanupRowList::wheelEvent(QWheelEvent* event) {
-  // The column around scrolls; this list never does.
+  // The column around scrolls; this list never does. Handed on outright: Qt passes a wheel
+  // event upwards only in some cases (not for every phase or source), and a list that eats
+  // the wheel would stop the whole screen from scrolling under the pointer.
+  for (QWidget* w = parentWidget(); w; w = w->parentWidget()) {
+    auto* area = qobject_cast<QAbstractScrollArea*>(w);
+    if (!area) continue;
+    QWheelEvent handedOn(area->viewport()->mapFromGlobal(event->globalPosition()), event->globalPosition(),
+                         event->pixelDelta(), event->angleDelta(), event->buttons(), event->modifiers(),
+                         event->phase(), event->inverted(), event->source());
+    QCoreApplication::sendEvent(area->viewport(), &handedOn);
+    event->setAccepted(handedOn.isAccepted());
+    return;
+  }
   event->ignore();
 }
 

@@ -1,6 +1,9 @@
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QWheelEvent>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -95,6 +98,16 @@ TEST(CleanupPlanView, TicksDriveTheFiguresAndOnlyExecutableRowsMove) {
     EXPECT_EQ(at.data(CleanupRowModel::consequenceAccentRole).toBool(), w.accent) << w.path;
     EXPECT_EQ(at.data(CleanupRowModel::pathRole).toString(), "~/" + QString::fromUtf8(w.path));
   }
+
+  // The wheel over the rows scrolls the column around them (once the layout has settled).
+  for (int i = 0; i < 5; ++i) QApplication::processEvents();
+  auto* bar = s.view->findChild<QScrollArea*>()->verticalScrollBar();
+  ASSERT_GT(bar->maximum(), 0);
+  const QPoint inRows = s.view->rowList()->viewport()->rect().center();
+  QWheelEvent wheel(inRows, s.view->rowList()->viewport()->mapToGlobal(inRows), {}, {0, -120},
+                    Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+  QApplication::sendEvent(s.view->rowList()->viewport(), &wheel);
+  EXPECT_GT(bar->value(), 0);
 
   // Each click: the figures follow at once, and only the clicked row is repainted.
   struct Click {
