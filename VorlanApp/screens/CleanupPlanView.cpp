@@ -148,6 +148,7 @@ void CleanupPlanView::showEvent(QShowEvent* event) {
   QWidget::showEvent(event);
   if (appeared_ || event->spontaneous()) return;
   appeared_ = true;
+  quarantine_->appeared();
   cleanup_.setExecuteError(std::nullopt);
   cleanup_.setSkippedInUse({});
   cleanup_.load();

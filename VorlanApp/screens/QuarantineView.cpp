@@ -45,10 +45,7 @@ void QuarantineView::setRefreshToken(std::optional<std::string> token) {
   store_.reload();
 }
 
-void QuarantineView::showEvent(QShowEvent* event) {
-  QWidget::showEvent(event);
-  if (!event->spontaneous() && !showingContent_) store_.expireOverdue();
-}
+void QuarantineView::appeared() { store_.expireOverdue(); }
 
 void QuarantineView::rebuild() {
   while (QLayoutItem* item = column_->takeAt(0)) {
@@ -95,16 +92,7 @@ void QuarantineView::rebuild() {
   for (const QuarantineBatch& batch : batches) column_->addWidget(batchRow(batch));
 
   // Nothing to say, no room taken; shown again once there is.
-  if (column_->count() == 0) {
-    hiddenForEmpty_ = true;
-    hide();
-  } else if (hiddenForEmpty_) {
-    // Content arriving is no new appearance of the screen: no sweep for it.
-    hiddenForEmpty_ = false;
-    showingContent_ = true;
-    show();
-    showingContent_ = false;
-  }
+  setVisible(column_->count() > 0);
 }
 
 QWidget* QuarantineView::batchRow(const QuarantineBatch& batch) {

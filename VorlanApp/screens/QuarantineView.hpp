@@ -29,11 +29,10 @@ class QuarantineView : public QWidget {
   // The parent's sign that a new batch was written (the last batch's id): a change reloads.
   void setRefreshToken(std::optional<std::string> token);
 
- protected:
-  // Each appearance sweeps out overdue batches; the store ignores a sweep while one runs. A
-  // panel with nothing to show takes no room and so does not appear: with no batches listed
-  // there is nothing overdue to sweep.
-  void showEvent(QShowEvent* event) override;
+  // The screen that holds the panel has appeared: sweep out overdue batches (the store ignores
+  // a sweep while one runs). The screen says so, not the panel's own showing: a panel with
+  // nothing to show yet is hidden, and the batches it would list come from this very sweep.
+  void appeared();
 
  private:
   void rebuild();
@@ -43,8 +42,6 @@ class QuarantineView : public QWidget {
   std::function<int64_t()> now_;
   std::optional<std::string> refreshToken_;
   QVBoxLayout* column_;
-  bool hiddenForEmpty_ = false;
-  bool showingContent_ = false;
 };
 
 }  // namespace vorlan::app

@@ -8,6 +8,7 @@
 
 #include "app/FlowTestSupport.hpp"
 #include "app/ScreenTestSupport.hpp"
+#include "quarantine/Quarantine.hpp"
 #include "scan/ProcessToolRunner.hpp"
 #include "screens/ContentView.hpp"
 #include "quarantine/TreeSnapshot.hpp"
@@ -31,11 +32,17 @@ TEST(Journey, ScanReportDeleteRestoreAndBackLosesNothing) {
   const fs::path folder = home / "Library/Caches/com.gone.app";
   vorlan::test::allocateFile(folder / "blob", 70'000'000);
   vorlan::test::writeFile(folder / "deep/notes.txt", "오늘의 메모");
+  fs::create_directories(home / ".cache");
   const auto before = vorlan::test::snapshotTree(home.path(), {".vorlan"});
 
   AppEnvironment env = test::screenEnvironment(home.path());
   env.makeToolRunner = [] { return std::make_unique<ProcessToolRunner>(); };  // the real du
   AppFlow flow(std::move(env));
+  // A batch that falls due after the launch's sweep: the cleanup screen's appearance sweeps it.
+  ASSERT_TRUE(waitUntil([&] { return !flow.quarantineStore().sweepInFlight(); }));
+  vorlan::test::writeFile(home / ".cache/old/f.txt", "old");
+  const auto overdue = Quarantine(Quarantine::defaultRoot(home.path()), home.path())
+                           .move({".cache/old"}, 1'787'000'000 - 8 * 86'400);
   ContentView window(flow);
   test::showAt(window, {800, 600});
   flow.setStep(Step::systemDataInput);
@@ -48,6 +55,8 @@ TEST(Journey, ScanReportDeleteRestoreAndBackLosesNothing) {
   ASSERT_EQ(flow.step(), Step::cleanupPlan);
   ASSERT_TRUE(waitUntil([&] { return !flow.cleanup().isLoading(); }));
   ASSERT_TRUE(flow.cleanup().checked().contains("Library/Caches/com.gone.app"));
+  ASSERT_TRUE(waitUntil([&] { return !flow.quarantineStore().sweepInFlight(); }));
+  EXPECT_FALSE(fs::exists(home / ".vorlan/quarantine" / overdue.id));
 
   window.currentScreen()->findChild<QPushButton*>("deleteButton")->click();
   ASSERT_TRUE(waitUntil([&] { return !flow.cleanup().isExecuting() && flow.cleanup().lastBatch(); }));

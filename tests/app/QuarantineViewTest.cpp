@@ -29,9 +29,10 @@ struct Panel {
     for (const auto& path : paths) vorlan::test::writeFile(home / path / "f.txt", path);
     return quarantine.move(paths, when);
   }
-  // Shows the panel (which sweeps) and waits for the store to settle.
+  // Shows the panel, sweeps as its screen's appearance does, and waits for the store to settle.
   void show() {
     test::showAt(view, {600, 500});
+    view.appeared();
     ASSERT_TRUE(waitUntil([&] { return !store.sweepInFlight() && !store.isPurging() && !store.restoringID(); }));
     QApplication::processEvents();
   }
