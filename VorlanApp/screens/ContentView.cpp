@@ -15,6 +15,7 @@
 #include "screens/TrashDMGView.hpp"
 #include "screens/UpdateBanner.hpp"
 #include "screens/WelcomeView.hpp"
+#include "theme/Components.hpp"
 #include "theme/Theme.hpp"
 
 namespace vorlan::app {
@@ -79,13 +80,7 @@ void ContentView::showStep() {
 }
 
 void ContentView::showUpdateBanner() {
-  while (QLayoutItem* item = bannerSlot_->takeAt(0)) {
-    if (QWidget* widget = item->widget()) {
-      widget->hide();
-      widget->deleteLater();
-    }
-    delete item;
-  }
+  theme::clearLayout(bannerSlot_);
   const auto& update = flow_.availableUpdate();
   if (update && !flow_.updateDismissed())
     bannerSlot_->addWidget(new UpdateBanner(

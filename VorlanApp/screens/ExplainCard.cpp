@@ -75,15 +75,7 @@ void ExplainCard::showRequest() {
 }
 
 void ExplainCard::rebuild() {
-  while (QLayoutItem* item = column_->takeAt(0)) {
-    // Later, not now: the button that led here may still be in its own click.
-    if (QWidget* old = item->widget()) {
-      old->hide();
-      old->setParent(nullptr);
-      old->deleteLater();
-    }
-    delete item;
-  }
+  clearLayout(column_);
   if (flow_.isExplaining()) {
     auto* wait = new QWidget;
     wait->setObjectName("explaining");

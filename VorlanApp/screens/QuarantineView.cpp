@@ -48,15 +48,7 @@ void QuarantineView::setRefreshToken(std::optional<std::string> token) {
 void QuarantineView::appeared() { store_.expireOverdue(); }
 
 void QuarantineView::rebuild() {
-  while (QLayoutItem* item = column_->takeAt(0)) {
-    // Later, not now: the button that led here may still be in its own click.
-    if (QWidget* old = item->widget()) {
-      old->hide();
-      old->setParent(nullptr);
-      old->deleteLater();
-    }
-    delete item;
-  }
+  clearLayout(column_);
   const auto& batches = store_.batches();
 
   const auto lines = renderCleanupLedger(cleanupLedger(batches, store_.freedBytes()));

@@ -384,10 +384,7 @@ ReportView::ReportView(AppFlow& flow, QWidget* parent) : QWidget(parent), flow_(
 }
 
 void ReportView::rebuild() {
-  while (QLayoutItem* item = column_->takeAt(0)) {
-    if (item->widget()) delete item->widget();
-    delete item;
-  }
+  clearLayout(column_);
   const auto& result = flow_.result();
   bar_->setVisible(result.has_value());
   if (!result) {

@@ -261,4 +261,15 @@ QVBoxLayout* scrollingColumn(QWidget* screen, int maxWidth, QWidget* footer) {
   return column;
 }
 
+void clearLayout(QLayout* layout) {
+  while (QLayoutItem* item = layout->takeAt(0)) {
+    if (QWidget* old = item->widget()) {
+      old->hide();
+      old->setParent(nullptr);
+      old->deleteLater();
+    }
+    delete item;
+  }
+}
+
 }  // namespace vorlan::app::theme

@@ -6,6 +6,7 @@
 #include <QPushButton>
 
 class QMessageBox;
+class QLayout;
 class QVBoxLayout;
 
 namespace vorlan::app::theme {
@@ -121,6 +122,10 @@ class TrustFooter : public QWidget {
  protected:
   void paintEvent(QPaintEvent*) override;
 };
+
+// Empties `layout`, dropping its widgets later rather than now: the button that led here may
+// still be inside its own click.
+void clearLayout(QLayout* layout);
 
 // Gives `screen` a scrolling column at most `maxWidth` wide, centred, with `footer` (if any)
 // fixed below it; returns the column's layout.
