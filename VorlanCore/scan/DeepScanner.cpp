@@ -121,7 +121,11 @@ void DeepScanner::walkEverything(const ProgressCallback& progress, std::stop_tok
   questions.push_back({home_, 1});
   questions.push_back({absolutePath("Library"), 1});
   // The walk is the long part of the scan: it shows as the rule phase at work, which it is.
-  auto atWork = [&progress](const std::string& folder) { report(progress, 1, ScanMessages::rulePhase, folder); };
+  // Shown as the rule rows are: "~/" for what lies in the home folder.
+  auto atWork = [this, &progress](const std::string& folder) {
+    std::optional<std::string_view> relative = relativeTo(folder, folderPrefix(home_));
+    report(progress, 1, ScanMessages::rulePhase, relative ? displayPath(*relative) : folder);
+  };
   try {
     walk_->prepare(questions, atWork, stop);
   } catch (const std::system_error&) {

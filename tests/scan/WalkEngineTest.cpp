@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <filesystem>
@@ -216,12 +217,21 @@ TEST(WalkEngine, WholeScanIsTheSameUnderBothEngines) {
   const auto noTools = [](const std::string&) { return false; };
   ProcessToolRunner runner;
   DeepScanResult byDu = DeepScanner(runner, home, noTools, ScanEngine::du).collect({});
-  DeepScanResult byWalk = DeepScanner(runner, home, noTools, ScanEngine::walk).collect({});
+  std::vector<ScanProgress> reports;
+  DeepScanResult byWalk = DeepScanner(runner, home, noTools, ScanEngine::walk).collect([&](const ScanProgress& p) {
+    reports.push_back(p);
+  });
   ASSERT_GE(byDu.findings.size(), 10u);
   // The free space of "/" is read live by each scan and moves with whatever else runs.
   byWalk.diskFreeBytes = byDu.diskFreeBytes;
   byWalk.diskUsedSettingsBytes = byDu.diskUsedSettingsBytes;
   EXPECT_EQ(byWalk, byDu);
+  // However short the walk, the folder it read last is shown, in the rule phase, before the rows.
+  ASSERT_GE(reports.size(), 3u);
+  EXPECT_EQ(reports[1].phase, 1);
+  EXPECT_TRUE(reports[1].detail && reports[1].detail->starts_with("~/") && !reports[1].fraction) << *reports[1].detail;
+  EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end(),
+                             [](const ScanProgress& a, const ScanProgress& b) { return a.phase < b.phase; }));
 }
 
 TEST(WalkEngine, AStoppedWalkThrowsAndLeavesNoThread) {
