@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <variant>
 #include <fmt/format.h>
 
@@ -24,6 +25,7 @@ struct ScanOptions {
   bool noProgress = false;
   bool share = false;         // the user's consent for this run
   bool sharePreview = false;  // show what would be sent, send nothing
+  std::optional<ScanEngine> engine;  // --engine; otherwise VORLAN_SCAN_ENGINE, then the walk
 };
 
 // Parses the options; on bad input returns the Korean line to show.
@@ -61,6 +63,17 @@ std::variant<ScanOptions, std::string> parseScanOptions(const std::vector<std::s
         options.saveFolder = ctx.home / "Desktop";
       }
       if (options.saveFolder->empty()) return std::string("--save 뒤의 폴더 이름이 비어 있습니다.");
+    } else if (name == "--engine") {
+      std::string value;
+      if (inlineValue) {
+        value = *inlineValue;
+      } else if (i + 1 < args.size()) {
+        value = args[++i];
+      } else {
+        return std::string("--engine 뒤에 walk 또는 du 를 적어 주세요.");
+      }
+      options.engine = scanEngineFromRaw(value);
+      if (!options.engine) return fmt::format("알 수 없는 측정 방식입니다: '{}' — walk 또는 du 를 적어 주세요.", value);
     } else if (arg == "--json") {
       options.json = true;
     } else if (arg == "--no-progress") {
@@ -121,8 +134,16 @@ int runScan(const std::vector<std::string>& args, const CliContext& ctx) {
 
   if (options.share) printConsent();
   ProgressLine progress(progressModeFor(ctx, options.noProgress));
+  ScanEngine engine = ScanEngine::walk;
+  if (options.engine) {
+    engine = *options.engine;
+  } else if (const char* named = std::getenv("VORLAN_SCAN_ENGINE"); named && *named) {
+    engine = scanEngineFromEnvironment(named);
+    if (!scanEngineFromRaw(named))
+      warn(fmt::format("VORLAN_SCAN_ENGINE 값 '{}' 을(를) 알 수 없어 walk 로 측정합니다.", named));
+  }
   ProcessToolRunner runner;
-  DeepScanner scanner(runner, ctx.home, defaultHasBinary);
+  DeepScanner scanner(runner, ctx.home, defaultHasBinary, engine);
   const auto started = std::chrono::steady_clock::now();
   DeepScanResult result;
   try {

@@ -20,12 +20,17 @@ constexpr std::string_view kHelp =
     R"(Vorlan — '시스템 데이터'가 무엇으로 차 있는지 재고, 안전하게 비울 수 있는 것을 찾습니다.
 
 사용법:
-  vorlan scan [--system-data GB] [--save [DIR]] [--json] [--no-progress] [--share [--share-preview]]
-      홈 폴더를 du 로 실측하고 규칙표로 등급을 매겨 리포트를 출력합니다 (읽기 전용).
+  vorlan scan [--system-data GB] [--save [DIR]] [--json] [--no-progress] [--engine walk|du] [--share [--share-preview]]
+      홈 폴더를 실측하고 규칙표로 등급을 매겨 리포트를 출력합니다 (읽기 전용).
       --system-data GB  설정 > 일반 > 저장 공간의 '시스템 데이터' 수치 (예: 123.4)
       --save [DIR]      Markdown 리포트 파일도 저장 (기본: ~/Desktop)
       --json            텍스트 리포트 대신 JSON 부록만 출력
       --no-progress     진행 상황을 표시하지 않음
+      --engine walk|du  측정 방식 (기본 walk, 환경 변수 VORLAN_SCAN_ENGINE 으로도 지정)
+                        walk: 홈 폴더를 스레드 몇 개로 한 번만 읽고 모든 질문에 답함 (빠름)
+                        du:   경로마다 시스템의 du -xk 를 실행 (예전 방식)
+                        두 방식의 수치는 같습니다: 할당된 블록을 KiB 로 올림, 하드 링크는
+                        질문마다 한 번, 다른 파일 시스템(마운트 지점) 아래는 세지 않음
       --share           익명 통계 전송에 동의 (이번 실행만; 통계 서버가 설정된 빌드에서만 전송)
       --share-preview   보낼 JSON을 그대로 보여 주고 아무것도 보내지 않음
   vorlan plan [--json] [--all] [--no-progress] [--explain]

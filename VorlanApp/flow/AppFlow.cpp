@@ -179,12 +179,15 @@ void AppFlow::startScan() {
     progress_ = report;
     emit progressChanged();
   };
+  // VORLAN_SCAN_ENGINE=du brings back one du per question, as the command line allows.
+  const std::optional<std::string> engineName = environmentValue(env_.environment, "VORLAN_SCAN_ENGINE");
+  const ScanEngine engine = scanEngineFromEnvironment(engineName ? engineName->c_str() : nullptr);
   scanJob_ = jobs_.start(
       [jobs = &jobs_, deliver, runner = env_.makeToolRunner(), home = env_.home,
-       hasBinary = env_.hasBinary](std::stop_token stop) {
+       hasBinary = env_.hasBinary, engine](std::stop_token stop) {
         ScanOutcome outcome;
         try {
-          DeepScanner scanner(*runner, home, hasBinary);
+          DeepScanner scanner(*runner, home, hasBinary, engine);
           outcome.result = scanner.collect(
               [jobs, deliver](const ScanProgress& report) {
                 jobs->post([deliver, report] { deliver(report); });

@@ -44,6 +44,18 @@ std::optional<std::string_view> relativeTo(std::string_view path, std::string_vi
 
 }  // namespace
 
+std::string_view rawValue(ScanEngine engine) { return engine == ScanEngine::du ? "du" : "walk"; }
+
+std::optional<ScanEngine> scanEngineFromRaw(std::string_view raw) {
+  if (raw == "walk") return ScanEngine::walk;
+  if (raw == "du") return ScanEngine::du;
+  return std::nullopt;
+}
+
+ScanEngine scanEngineFromEnvironment(const char* value) {
+  return value ? scanEngineFromRaw(value).value_or(ScanEngine::walk) : ScanEngine::walk;
+}
+
 bool isCovered(std::string_view path, const std::vector<std::string>& covered) {
   // The last clause drops a folder that holds a measured rule path: its figure would count
   // those bytes a second time.
@@ -52,9 +64,11 @@ bool isCovered(std::string_view path, const std::vector<std::string>& covered) {
   return false;
 }
 
-DeepScanner::DeepScanner(ToolRunning& runner, std::filesystem::path home, HasBinary hasBinary)
+DeepScanner::DeepScanner(ToolRunning& runner, std::filesystem::path home, HasBinary hasBinary,
+                         ScanEngine engine)
     : runner_(runner), home_(home.string()), hasBinary_(std::move(hasBinary)) {
   while (home_.size() > 1 && home_.ends_with('/')) home_.pop_back();
+  if (engine == ScanEngine::walk) walk_ = std::make_unique<WalkEngine>();
 }
 
 std::string DeepScanner::absolutePath(const std::string& subpath) const {
@@ -64,6 +78,7 @@ std::string DeepScanner::absolutePath(const std::string& subpath) const {
 
 DeepScanResult DeepScanner::collect(const ProgressCallback& progress, std::stop_token stop) {
   report(progress, 1, ScanMessages::rulePhase);
+  if (walk_) walkEverything(progress, stop);
   std::vector<Finding> findings = rulePathFindings(progress, stop);
 
   std::vector<std::string> covered;
@@ -91,13 +106,36 @@ DeepScanResult DeepScanner::collect(const ProgressCallback& progress, std::stop_
   return result;
 }
 
-std::vector<Finding> DeepScanner::rulePathFindings(const ProgressCallback& progress,
-                                                   std::stop_token stop) {
+std::vector<const Rule*> DeepScanner::presentRules() const {
   std::vector<const Rule*> present;
   for (const Rule& rule : rules()) {
     std::error_code ec;
     if (std::filesystem::exists(absolutePath(rule.subpath), ec)) present.push_back(&rule);
   }
+  return present;
+}
+
+void DeepScanner::walkEverything(const ProgressCallback& progress, std::stop_token stop) {
+  std::vector<DuQuestion> questions;
+  for (const Rule* rule : presentRules()) questions.push_back({absolutePath(rule->subpath), 0});
+  questions.push_back({home_, 1});
+  questions.push_back({absolutePath("Library"), 1});
+  // The walk is the long part of the scan: it shows as the rule phase at work, which it is.
+  // Shown as the rule rows are: "~/" for what lies in the home folder.
+  auto atWork = [this, &progress](const std::string& folder) {
+    std::optional<std::string_view> relative = relativeTo(folder, folderPrefix(home_));
+    report(progress, 1, ScanMessages::rulePhase, relative ? displayPath(*relative) : folder);
+  };
+  try {
+    walk_->prepare(questions, atWork, stop);
+  } catch (const std::system_error&) {
+    walk_.reset();
+  }
+}
+
+std::vector<Finding> DeepScanner::rulePathFindings(const ProgressCallback& progress,
+                                                   std::stop_token stop) {
+  const std::vector<const Rule*> present = presentRules();
 
   const double count = static_cast<double>(std::max<size_t>(present.size(), 1));
   std::vector<Finding> findings;
@@ -116,6 +154,15 @@ std::vector<Finding> DeepScanner::rulePathFindings(const ProgressCallback& progr
 }
 
 std::vector<DuEntry> DeepScanner::du(const std::string& path, int depth, std::stop_token stop) {
+  if (walk_) {
+    try {
+      return walk_->du(path, depth, stop);
+    } catch (const Cancelled&) {
+      return {};  // the caller looks for the stop at its next check
+    } catch (const std::system_error&) {
+      walk_.reset();
+    }
+  }
   auto result = attempt([&] { return runner_.run(duArguments(path, depth), std::nullopt, stop); });
   if (!result) return {};
   return parseDuEntries(result->stdoutText);
@@ -124,6 +171,7 @@ std::vector<DuEntry> DeepScanner::du(const std::string& path, int depth, std::st
 std::optional<std::vector<DuEntry>> DeepScanner::sweep(const std::string& path,
                                                        const ProgressCallback& progress,
                                                        std::stop_token stop) {
+  if (walk_) return du(path, 1, stop);  // answered from the walk: no folder at work to show
   auto onLine = [&progress](const std::string& line) {
     size_t tab = line.find('\t');
     if (tab != std::string::npos) report(progress, 2, ScanMessages::homePhase, line.substr(tab + 1));

@@ -4,13 +4,16 @@
 #pragma once
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <stop_token>
 #include <string>
 #include <vector>
 
+#include "scan/RuleTable.hpp"
 #include "scan/ScanRecords.hpp"
 #include "scan/ToolRunning.hpp"
+#include "scan/WalkEngine.hpp"
 
 namespace vorlan {
 
@@ -25,12 +28,23 @@ inline constexpr std::string_view homePhase =
 inline constexpr std::string_view probePhase = "3/3 컨테이너·스냅샷 확인 중...";
 }  // namespace ScanMessages
 
+// How a scan answers its du questions. `walk` reads the home folder once, before the rule
+// phase, with a few threads, and answers every question from what it gathered; `du` runs the
+// system's tool once per question. The figures are the same: both count allocated blocks in
+// KiB rounded up, each hard-linked file once per question, nothing past another file system.
+enum class ScanEngine { walk, du };
+std::string_view rawValue(ScanEngine engine);
+std::optional<ScanEngine> scanEngineFromRaw(std::string_view raw);  // "walk" or "du", exact
+// The engine VORLAN_SCAN_ENGINE names; the walk when it is unset, empty or unknown.
+ScanEngine scanEngineFromEnvironment(const char* value);
+
 // Whether home-relative `path` is already measured by, or holds, one of the `covered` paths.
 bool isCovered(std::string_view path, const std::vector<std::string>& covered);
 
 class DeepScanner {
  public:
-  DeepScanner(ToolRunning& runner, std::filesystem::path home, HasBinary hasBinary);
+  DeepScanner(ToolRunning& runner, std::filesystem::path home, HasBinary hasBinary,
+              ScanEngine engine = ScanEngine::walk);
 
   // Only cancellation ends a scan early: missing or failing tools leave gaps. Throws
   // vorlan::Cancelled before each rule row, after the home sweep, and at the very end.
@@ -46,7 +60,8 @@ class DeepScanner {
                                                 const ProgressCallback& progress,
                                                 std::stop_token stop = {});
 
-  // `du -xk -d DEPTH PATH`, whatever its exit status; empty when it could not run.
+  // `du -xk -d DEPTH PATH`, whatever its exit status; empty when it could not run. The walk
+  // engine answers it from its walk, with the same entries.
   std::vector<DuEntry> du(const std::string& path, int depth, std::stop_token stop = {});
   // Absent when docker is missing, slow (10 s) or fails.
   std::optional<int64_t> runningContainers(std::stop_token stop = {});
@@ -58,10 +73,15 @@ class DeepScanner {
   std::optional<std::vector<DuEntry>> sweep(const std::string& path, const ProgressCallback& progress,
                                             std::stop_token stop);
   std::string absolutePath(const std::string& subpath) const;
+  std::vector<const Rule*> presentRules() const;
+  // The walk engine's one walk for every question of the scan. A walk short of file
+  // descriptors would give short figures: the scan goes on with du instead.
+  void walkEverything(const ProgressCallback& progress, std::stop_token stop);
 
   ToolRunning& runner_;
   std::string home_;  // without a trailing "/"
   HasBinary hasBinary_;
+  std::unique_ptr<WalkEngine> walk_;  // null with the du engine
 };
 
 }  // namespace vorlan

@@ -1,13 +1,15 @@
 #!/usr/bin/env bash
-# Times `vorlan scan` against the du runs it is made of, and against other disk-usage tools,
-# on a synthetic home folder. Figures print as ratios to `du -sk`.
+# Times `vorlan scan` with each engine against `du -sk` and other disk-usage tools on a synthetic
+# home folder, in one hyperfine run with a warm cache, and counts the system calls of `du -sk`
+# and of the walk engine's scan. Figures print as ratios to `du -sk`.
 #
-# usage: bench/scan/run.sh [FILES]     (FILES: size of the synthetic home, default 200000)
+# usage: bench/scan/run.sh [FILES]     (FILES: size of the synthetic home, default 250000)
+#        RUNS=N for more or fewer timed runs (default 5)
 set -euo pipefail
 here="$(cd "$(dirname "$0")" && pwd)"
 root="$(cd "$here/../.." && pwd)"
 out="$root/bench/out/scan"
-files="${1:-200000}"
+files="${1:-250000}"
 home="$out/home-$files"
 mkdir -p "$out"
 
@@ -16,49 +18,85 @@ command -v hyperfine >/dev/null || { echo "hyperfine is needed (scripts/bootstra
 vorlan="$root/build/release/VorlanCli/vorlan"
 [ -d "$home" ] || python3 "$root/bench/make-synthetic-home.py" "$home" "$files"
 
-# Record the exact du commands a scan makes, through a du that logs and passes on.
-shim="$out/shim"
-mkdir -p "$shim"
-real_du="$(command -v du)"
-cat > "$shim/du" <<SHIM
-#!/bin/sh
-printf '%s\n' "\$*" >> "$out/du-calls.log"
-exec "$real_du" "\$@"
-SHIM
-chmod +x "$shim/du"
-rm -f "$out/du-calls.log"
-HOME="$home" PATH="$shim:$PATH" "$vorlan" scan --no-progress >/dev/null
-{
-  echo "#!/bin/sh"
-  while IFS= read -r line; do
-    # Arguments are "-xk -d N PATH"; the path may hold blanks.
-    set -- $line
-    flags="$1 $2 $3"; shift 3
-    # Through env, as vorlan runs every tool, so both sides pay the same for finding du.
-    printf '/usr/bin/env du %s "%s" >/dev/null\n' "$flags" "$*"
-  done < "$out/du-calls.log"
-} > "$out/du-runs.sh"
-echo "du calls made by one scan: $(wc -l < "$out/du-calls.log")"
+# Both engines must tell the same story before their times mean anything.
+HOME="$home" "$vorlan" scan --json --no-progress --engine walk > "$out/walk.json"
+HOME="$home" "$vorlan" scan --json --no-progress --engine du > "$out/du.json"
+python3 - "$out/walk.json" "$out/du.json" <<'PY'
+import json, sys
+walk, du = (json.load(open(p)) for p in sys.argv[1:])
+if walk["findings"] != du["findings"]:
+    sys.exit("the engines disagree: compare bench/out/scan/walk.json and du.json")
+print(f"both engines: the same {len(walk['findings'])} findings")
+PY
 
 cmds=(
-  "HOME='$home' '$vorlan' scan --no-progress"
-  "sh '$out/du-runs.sh'"
-  "du -sk '$home'"
+  "du -sk '$home' >/dev/null"
+  "HOME='$home' '$vorlan' scan --no-progress --engine walk >/dev/null"
+  "HOME='$home' '$vorlan' scan --no-progress --engine du >/dev/null"
 )
-names=("vorlan scan" "same du runs" "du -sk")
+names=("du -sk" "vorlan scan (walk)" "vorlan scan (du)")
+if command -v ncdu >/dev/null; then cmds+=("ncdu -o /dev/null '$home'"); names+=("ncdu -o /dev/null"); fi
 if command -v gdu >/dev/null; then cmds+=("gdu -n '$home' >/dev/null"); names+=("gdu -n"); fi
-if command -v ncdu >/dev/null; then cmds+=("ncdu -o /dev/null '$home'"); names+=("ncdu -o"); fi
 
 args=()
 for i in "${!cmds[@]}"; do args+=(-n "${names[$i]}" "${cmds[$i]}"); done
 hyperfine --warmup 1 --runs "${RUNS:-5}" --export-json "$out/scan.json" "${args[@]}"
 
-python3 - "$out/scan.json" <<'PY'
+# System calls, children and threads included; the fstatat family is what a walk pays per entry.
+# strace is Linux's (scripts/bootstrap installs it there); without it the counts are left out.
+rm -f "$out/strace-du.txt" "$out/strace-walk.txt"
+if command -v strace >/dev/null; then
+  strace -c -f -o "$out/strace-du.txt" du -sk "$home" >/dev/null
+  HOME="$home" strace -c -f -o "$out/strace-walk.txt" "$vorlan" scan --no-progress --engine walk >/dev/null
+fi
+
+python3 - "$out/scan.json" "$out/strace-du.txt" "$out/strace-walk.txt" "$files" <<'PY'
 import json, sys
-results = {r["command"]: r["mean"] for r in json.load(open(sys.argv[1]))["results"]}
-base = results["du -sk"]
-print("\nmean seconds, and ratio to du -sk:")
-for name, mean in results.items():
-    print(f"  {name:14s} {mean:8.3f} s  {mean / base:6.2f}x")
-print(f"\nvorlan scan / same du runs: {results['vorlan scan'] / results['same du runs']:.3f}x")
+
+results = {r["command"]: r for r in json.load(open(sys.argv[1]))["results"]}
+base = results["du -sk"]["mean"]
+
+def calls(path):
+    counts = {}
+    try:
+        lines = open(path).readlines()
+    except FileNotFoundError:
+        return counts
+    for line in lines:
+        parts = line.split()
+        # "% time  seconds  usecs/call  calls  [errors]  syscall"; the total line is skipped.
+        if len(parts) >= 5 and parts[0][0].isdigit() and parts[-1] != "total":
+            counts[parts[-1]] = int(parts[3])
+    return counts
+
+stat_names = ("newfstatat", "fstatat64", "statx", "lstat", "stat", "fstat")
+du_calls, walk_calls = calls(sys.argv[2]), calls(sys.argv[3])
+du_stat = sum(du_calls.get(n, 0) for n in stat_names)
+walk_stat = sum(walk_calls.get(n, 0) for n in stat_names)
+
+print(f"\n{int(sys.argv[4]):,} files, warm cache, mean of the runs:\n")
+print("| command | mean | × du -sk |")
+print("|---|---:|---:|")
+for name, r in results.items():
+    print(f"| `{name}` | {r['mean']:.3f} s ± {r['stddev']:.3f} | {r['mean'] / base:.2f}× |")
+if du_calls and walk_calls:
+    print("\n| system calls (strace -c -f) | du -sk | vorlan scan (walk) | ratio |")
+    print("|---|---:|---:|---:|")
+    print(f"| stat family (newfstatat, statx, …) | {du_stat:,} | {walk_stat:,} | {walk_stat / du_stat:.3f}× |")
+    for name in ("openat", "getdents64"):
+        d, w = du_calls.get(name, 0), walk_calls.get(name, 0)
+        print(f"| {name} | {d:,} | {w:,} | {w / d if d else 0:.3f}× |")
+    d, w = sum(du_calls.values()), sum(walk_calls.values())
+    print(f"| all | {d:,} | {w:,} | {w / d:.3f}× |")
+
+walk = results["vorlan scan (walk)"]["mean"]
+goals = [("walk scan at most 0.8× du -sk", walk <= 0.8 * base)]
+if du_calls and walk_calls:
+    goals.append(("walk scan at most 1.05× du's stat calls", walk_stat <= 1.05 * du_stat))
+for other in ("ncdu -o /dev/null", "gdu -n"):
+    if other in results:
+        goals.append((f"walk scan ahead of {other}", walk < results[other]["mean"]))
+print()
+for goal, met in goals:
+    print(f"{'met   ' if met else 'MISSED'}  {goal}")
 PY

@@ -64,6 +64,7 @@ class AppFlowTest : public ::testing::Test {
   AppEnvironment environment(Environment variables = {}, std::string duScript = "") {
     variables.try_emplace("VORLAN_UPDATE_ENDPOINT", "");
     variables.try_emplace("VORLAN_TELEMETRY_URL", "");
+    variables.try_emplace("VORLAN_SCAN_ENGINE", "du");  // these scans run their stand-in du
     return AppEnvironment{home, std::move(variables),
                           [duScript] { return std::make_unique<DuStandIn>(duScript); },
                           [](const std::string&) { return false; },
@@ -155,6 +156,23 @@ TEST_F(AppFlowTest, ProgressFromTheReadingThreadArrivesInOrder) {
   for (const std::string& folder : {home.string(), home.string() + "/Library"})
     for (int i = 0; i < 400; ++i) expected.push_back(fmt::format("{}/d{:03d}", folder, i));
   EXPECT_EQ(details, expected);
+}
+
+// VORLAN_SCAN_ENGINE=du runs the tool; anything else reads the tree, which the stand-in's
+// one-kilobyte answer cannot be mistaken for.
+TEST_F(AppFlowTest, TheScanEngineComesFromTheEnvironment) {
+  test::allocateFile(home / "Documents/f", 2'000'000);
+  const std::string du = (dir / "du").string();
+  test::writeScript(du, "printf '1\\t%s\\n' \"$4\"\n");  // Documents is a rule path: one du -d 0
+  for (const char* engine : {"du", "walk", ""}) {
+    AppFlow flow(environment({{"VORLAN_SCAN_ENGINE", engine}}, du));
+    flow.startScan();
+    ASSERT_TRUE(eventually([&] { return !flow.isScanning(); }));
+    ASSERT_TRUE(flow.result()) << engine;
+    ASSERT_EQ(flow.result()->findings.size(), 1u) << engine;
+    const int64_t size = flow.result()->findings[0].sizeBytes.value_or(0);
+    EXPECT_EQ(size == 1024, std::string(engine) == "du") << engine << " " << size;
+  }
 }
 
 // A du that would run for half a minute ends at once, whether the user cancels or closes the

@@ -32,6 +32,7 @@ class ScanCommand : public ::testing::Test {
     args.insert(args.begin(), "scan");
     ProcessOptions options;
     options.env["PATH"] = bin.string() + ":/usr/bin:/bin";
+    options.env["VORLAN_SCAN_ENGINE"] = "du";  // the stand-in du answers
     return runCli(home, args, options);
   }
 
@@ -46,6 +47,8 @@ TEST_F(ScanCommand, BadInputIsOneKoreanLineAndAnExitCode) {
       {{"--system-data", "abc"}, 2, "시스템 데이터 수치를 읽을 수 없습니다: 'abc'"},
       {{"--system-data", "-5"}, 2, "시스템 데이터 수치를 읽을 수 없습니다: '-5'"},
       {{"--system-data", "1.2.3"}, 2, "시스템 데이터 수치를 읽을 수 없습니다: '1.2.3'"},
+      {{"--engine", "fast"}, 2, "알 수 없는 측정 방식입니다: 'fast' — walk 또는 du 를 적어 주세요."},
+      {{"--engine"}, 2, "--engine 뒤에 walk 또는 du 를 적어 주세요."},
       {{"--save", "/dev/null/folder"}, 1, "리포트를 저장할 폴더를 만들 수 없습니다: /dev/null/folder\n"},
   };
   for (const auto& c : cases) {

@@ -67,7 +67,7 @@ TEST_F(DeepScannerTest, WholeScanMeasuresRulesSweepsTheRestAndProbes) {
 
   std::stop_source source;
   std::vector<ScanProgress> reports;
-  DeepScanResult result = DeepScanner(runner, home, [](const std::string&) { return false; })
+  DeepScanResult result = DeepScanner(runner, home, [](const std::string&) { return false; }, ScanEngine::du)
                               .collect([&](const ScanProgress& p) { reports.push_back(p); }, source.get_token());
 
   const int64_t k = 1024;
@@ -137,7 +137,7 @@ TEST_F(DeepScannerTest, MissingOrFailingToolsOnlyLeaveGaps) {
       return ToolError::notFound(a[0]);
     });
     for (const auto& [arguments, outcome] : c.scripts) r.script(arguments, outcome);
-    DeepScanResult result = DeepScanner(r, home, {}).collect({});
+    DeepScanResult result = DeepScanner(r, home, {}, ScanEngine::du).collect({});
     EXPECT_EQ(result.findings, c.expected) << c.name;
     EXPECT_TRUE(!result.runningContainers && result.snapshots.empty()) << c.name;
   }
@@ -149,7 +149,7 @@ TEST_F(DeepScannerTest, CoveredPathsStayOutOfDiscoveryAtSlashBorders) {
   // Application Support holds a measured rule path: its figure would count those bytes twice.
   runner.script(librarySweep(), duLine(9, "Library/Application Support") + duLine(5, "Library/Caches") +
                                     duLine(2, "Library/Application Scripts") + duLine(1, "Library/Cachesfoo"));
-  EXPECT_EQ(DeepScanner(runner, home, {}).libraryDiscoveryFindings(covered, {}),
+  EXPECT_EQ(DeepScanner(runner, home, {}, ScanEngine::du).libraryDiscoveryFindings(covered, {}),
             (std::vector<Finding>{finding("Library/Application Scripts", 2048), finding("Library/Cachesfoo", 1024)}));
 }
 
@@ -173,7 +173,7 @@ TEST_F(DeepScannerTest, CancellationEndsTheScanAtItsCheckPoints) {
     ProgressCallback progress = [&](const ScanProgress&) {
       if (c.stopAtReport && seen++ == *c.stopAtReport) source.request_stop();
     };
-    EXPECT_THROW(DeepScanner(r, home, {}).collect(progress, source.get_token()), Cancelled) << c.name;
+    EXPECT_THROW(DeepScanner(r, home, {}, ScanEngine::du).collect(progress, source.get_token()), Cancelled) << c.name;
     EXPECT_EQ(r.calls().size(), c.expectedCalls) << c.name;
   }
 }
