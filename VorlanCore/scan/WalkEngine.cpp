@@ -99,7 +99,6 @@ struct Link {
 }  // namespace
 
 struct WalkEngine::Walk {
-  std::string root;
   Place places;
   std::deque<Node> nodes;  // [0] is the root; a node always comes after its parent
   std::vector<Link> links;
@@ -407,7 +406,6 @@ std::optional<WalkEngine::Found> WalkEngine::find(const std::string& path, int d
 void WalkEngine::walkFrom(const std::string& root, const WalkProgress& progress, std::stop_token stop) {
   throwIfCancelled(stop);
   auto walk = std::make_unique<Walk>();
-  walk->root = root;
   for (const auto& [path, depth] : asked_) {
     auto names = namesBelow(root, path);
     if (!names) continue;
