@@ -40,15 +40,16 @@ std::variant<ScanOptions, std::string> parseScanOptions(const std::vector<std::s
       name = arg.substr(0, eq);
       inlineValue = arg.substr(eq + 1);
     }
+    // The option's value: after "=", or the next argument, whatever it starts with.
+    auto optionValue = [&]() -> std::optional<std::string> {
+      if (inlineValue) return *inlineValue;
+      if (i + 1 < args.size()) return args[++i];
+      return std::nullopt;
+    };
     if (name == "--system-data") {
-      std::string value;
-      if (inlineValue) {
-        value = *inlineValue;
-      } else if (i + 1 < args.size()) {
-        value = args[++i];
-      } else {
-        return std::string("--system-data 뒤에 GB 수치를 적어 주세요 (예: --system-data 123.4).");
-      }
+      const auto given = optionValue();
+      if (!given) return std::string("--system-data 뒤에 GB 수치를 적어 주세요 (예: --system-data 123.4).");
+      const std::string& value = *given;
       auto figure = parseDecimalFigure(value);
       if (!figure)
         return fmt::format("시스템 데이터 수치를 읽을 수 없습니다: '{}' — 0 이상의 숫자를 GB 단위로 적어 주세요 (예: 123.4).",
@@ -64,16 +65,10 @@ std::variant<ScanOptions, std::string> parseScanOptions(const std::vector<std::s
       }
       if (options.saveFolder->empty()) return std::string("--save 뒤의 폴더 이름이 비어 있습니다.");
     } else if (name == "--engine") {
-      std::string value;
-      if (inlineValue) {
-        value = *inlineValue;
-      } else if (i + 1 < args.size()) {
-        value = args[++i];
-      } else {
-        return std::string("--engine 뒤에 walk 또는 du 를 적어 주세요.");
-      }
-      options.engine = scanEngineFromRaw(value);
-      if (!options.engine) return fmt::format("알 수 없는 측정 방식입니다: '{}' — walk 또는 du 를 적어 주세요.", value);
+      const auto given = optionValue();
+      if (!given) return std::string("--engine 뒤에 walk 또는 du 를 적어 주세요.");
+      options.engine = scanEngineFromRaw(*given);
+      if (!options.engine) return fmt::format("알 수 없는 측정 방식입니다: '{}' — walk 또는 du 를 적어 주세요.", *given);
     } else if (arg == "--json") {
       options.json = true;
     } else if (arg == "--no-progress") {
