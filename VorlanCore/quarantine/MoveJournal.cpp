@@ -97,6 +97,10 @@ std::vector<JournalEntry> MoveJournal::entries() const {
     text.append(buffer, static_cast<size_t>(n));
     at += n;
   }
+  return parseJournal(text);
+}
+
+std::vector<JournalEntry> parseJournal(std::string_view text) {
   std::vector<JournalEntry> result;
   size_t start = 0;
   for (size_t end = text.find('\n'); end != std::string::npos; start = end + 1, end = text.find('\n', start)) {

@@ -19,6 +19,10 @@ struct JournalEntry {
   bool operator==(const JournalEntry&) const = default;
 };
 
+// The entries of a journal's text: lines that are not whole JSON objects of the right keys are
+// passed over (a kill may cut the last one), and a "placed" line marks the latest entry it names.
+std::vector<JournalEntry> parseJournal(std::string_view text);
+
 // One JSON object a line in a file inside the batch folder: ".vorlan-journal" while a batch is
 // filled, ".vorlan-restore-journal" while one is restored. Whoever writes or reads
 // it holds an exclusive lock on it; the system drops the lock when its holder dies, which is
