@@ -1,15 +1,19 @@
+// Rule matching and grading, the rule table itself, and the parsing of du and snapshot output.
 #include <gtest/gtest.h>
 
+#include <map>
+#include <set>
 #include <tuple>
 
 #include "scan/Classification.hpp"
+#include "scan/RuleTable.hpp"
+#include "scan/ToolOutputParsers.hpp"
 
 namespace vorlan {
 namespace {
 
 TEST(Classification, PathsRelateOnlyAtSlashBorders) {
-  struct Case { const char* path; const char* base; bool under; };
-  const Case cases[] = {
+  const struct { const char* path; const char* base; bool under; } cases[] = {
       {"Library/Caches", "Library/Caches", true},     {"Library/Caches/foo/bar", "Library/Caches", true},
       {"Library/Cachesfoo", "Library/Caches", false}, {"Library", "Library/Caches", false},
       {"/abs/x", "/abs", true},                       {"abs/x", "/abs", false},
@@ -22,8 +26,7 @@ TEST(Classification, PathsRelateOnlyAtSlashBorders) {
 
 TEST(Classification, LongestFittingRuleWins) {
   const char* unknownNote = "규칙에 없는 항목 — 직접 확인 필요";
-  struct Case { const char* path; const char* category; Grade grade; const char* note; };
-  const Case cases[] = {
+  const struct { const char* path; const char* category; Grade grade; const char* note; } cases[] = {
       {"Library/Caches", "캐시", Grade::safe, "앱 캐시 — 재생성됨"},
       {"Library/Containers/com.docker.docker/Data", "VM·컨테이너", Grade::review,
        "Docker Desktop 디스크 이미지 — 내부에 이미지·볼륨·빌드캐시가 섞여 있음"},
@@ -67,8 +70,7 @@ Finding sized(std::string path, std::optional<int64_t> size, bool subtracted = f
 
 TEST(Classification, SubtractDescendantsTakesMeasuredChildrenOutOfParents) {
   const int64_t gb = 1'000'000'000;
-  struct Case { const char* name; std::vector<Finding> input, expected; };
-  const Case cases[] = {
+  const struct { const char* name; std::vector<Finding> input, expected; } cases[] = {
       {"child out of parent, a name that only begins the same is no child",
        {sized("a", 10 * gb), sized("a/b", 3 * gb), sized("ab", 1), sized("a b", 2)},
        {sized("a", 7 * gb, true), sized("a/b", 3 * gb), sized("ab", 1), sized("a b", 2)}},
@@ -84,6 +86,62 @@ TEST(Classification, SubtractDescendantsTakesMeasuredChildrenOutOfParents) {
       {"same path twice is not its own child", {sized("a", 5), sized("a", 5)}, {sized("a", 5), sized("a", 5)}},
   };
   for (const auto& c : cases) EXPECT_EQ(subtractDescendants(c.input), c.expected) << c.name;
+}
+
+TEST(RuleTable, NinetyDistinctRowsWithTheirGradeCounts) {
+  std::map<Grade, int> grades;
+  std::set<std::string> subpaths;  // a row twice would be measured and counted twice
+  int withOwner = 0, absolute = 0;
+  for (const Rule& r : rules()) {
+    ++grades[r.grade];
+    subpaths.insert(r.subpath);
+    absolute += r.subpath.starts_with('/');
+    withOwner += r.orphanBinary.has_value();
+    EXPECT_FALSE(r.subpath.empty() || r.subpath.ends_with('/') || r.subpath.starts_with('~')) << r.subpath;
+  }
+  // A grade moved towards safe would tick the folders below the row for deletion.
+  EXPECT_EQ(grades, (std::map<Grade, int>{{Grade::safe, 15}, {Grade::review, 58}, {Grade::never, 17}}));
+  EXPECT_EQ(std::tuple(subpaths.size(), rules().size(), absolute, withOwner), std::tuple(90u, 90u, 3, 1));
+}
+
+TEST(ToolOutputParsers, DuKeepsWellFormedLinesOnly) {
+  const int64_t maxKb = INT64_MAX / 1024;
+  const std::pair<std::string, std::vector<DuEntry>> cases[] = {
+      {"", {}},
+      {"1\t/a\n\n2\t/b\nx\n", {{1024, "/a"}, {2048, "/b"}}},
+      {"1\t/a b\tc", {{1024, "/a b\tc"}}},
+      {"  7 \t  /a/사진 모음  \n0\t/empty\n", {{7 * 1024, "/a/사진 모음"}, {0, "/empty"}}},
+      {"3\t/crlf\r\n", {{3 * 1024, "/crlf\r"}}},
+      // Unicode blanks around either part go (no-break, ideographic, em, narrow no-break);
+      // a zero-width space or a broken sequence is no blank.
+      {"\xC2\xA0" "7\xE3\x80\x80\t\xE2\x80\x83/사진\xE2\x80\xAF\n1\t\xE2\x80\x8B/a \xC2\n",
+       {{7 * 1024, "/사진"}, {1024, "\xE2\x80\x8B/a \xC2"}}},
+      {"du: /x: Permission denied\nabc\t/x\n12\t\n\t/x\n12 /x\n+5\t/x\n-5\t/x\n1.5\t/x\n", {}},
+      {"\xD9\xA3\t/arabic-indic-three\n", {}},
+      // Sizes that would overflow once turned into bytes are dropped, not wrapped.
+      {std::to_string(maxKb) + "\t/big\n" + std::to_string(maxKb + 1) + "\t/over\n99999999999999999999\t/x\n",
+       {{maxKb * 1024, "/big"}}},
+  };
+  for (const auto& [text, expected] : cases) EXPECT_EQ(parseDuEntries(text), expected) << text;
+}
+
+// Snapshot names count in the report; a wrong split of a line adds or loses one.
+TEST(ToolOutputParsers, SnapshotNamesFromBothToolsAndTheirMerge) {
+  using Names = std::vector<std::string>;
+  const std::pair<std::string, Names> tmutil[] = {
+      {"", {}},
+      {"Snapshots for disk /:\n  com.apple.TimeMachine.2024-01-01-000000.local\n\n",
+       {"com.apple.TimeMachine.2024-01-01-000000.local"}},
+      {"x com.apple.TimeMachine.a\t\ncom.apple.os.update-1\n", {"x com.apple.TimeMachine.a"}},
+  };
+  for (const auto& [text, names] : tmutil) EXPECT_EQ(parseSnapshotList(text), names) << text;
+  const std::pair<std::string, Names> diskutil[] = {
+      {"", {}},
+      {"Name: a:b\nname: a\nName:\n  Name :  c  \nXID: 5\nNames: d\nno colon\n", {"a:b", "c"}},
+  };
+  for (const auto& [text, names] : diskutil) EXPECT_EQ(parseDiskutilSnapshots(text), names) << text;
+  EXPECT_EQ(mergeSnapshotNames({"a", "b"}, {"b", "c", "c"}), (Names{"a", "b", "c"}));
+  EXPECT_EQ(mergeSnapshotNames({"a", "a"}, {"a"}), (Names{"a", "a"}));  // the first list's doubles stay
 }
 
 }  // namespace

@@ -43,12 +43,11 @@ std::optional<ToolError> errorOf(auto&& call) {
 
 size_t openDescriptors() {
   const char* folder = fs::exists("/proc/self/fd") ? "/proc/self/fd" : "/dev/fd";
-  return static_cast<size_t>(std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+  return static_cast<size_t>(std::distance(fs::directory_iterator(folder), {}));
 }
 
 TEST_F(ProcessToolRunnerTest, StatusSignalsStreamsAndLinesAcrossReads) {
-  struct Case { std::string body; int32_t returncode; std::string out, err; Lines lines; };
-  const Case cases[] = {
+  const struct { std::string body; int32_t returncode; std::string out, err; Lines lines; } cases[] = {
       {"printf 'hi %s\\n' \"$1\"; printf 'warn\\n' >&2\n", 0, "hi arg\n", "warn\n", {"hi arg"}},
       {"echo partial; exit 3\n", 3, "partial\n", "", {"partial"}},
       {"kill -TERM $$\n", SIGTERM, "", "", {}},
@@ -76,8 +75,7 @@ TEST_F(ProcessToolRunnerTest, DrainsLargeOutputOnBothStreams) {
 
 // A missing tool and a time limit are errors; a tool that ignores SIGTERM still ends.
 TEST_F(ProcessToolRunnerTest, NotFoundAndTimeLimitAreErrors) {
-  struct Case { std::vector<std::string> arguments; std::optional<double> limit; ToolError::Kind kind; };
-  const Case cases[] = {
+  const struct { std::vector<std::string> arguments; std::optional<double> limit; ToolError::Kind kind; } cases[] = {
       {{script("exit 127\n")}, {}, ToolError::Kind::notFound},
       {{"vorlan-no-such-tool-here", "-x"}, 30.0, ToolError::Kind::notFound},
       {{}, {}, ToolError::Kind::notFound},
@@ -87,11 +85,11 @@ TEST_F(ProcessToolRunnerTest, NotFoundAndTimeLimitAreErrors) {
   for (const auto& c : cases) {
     const auto error = errorOf([&] { runner.run(c.arguments, c.limit); });
     ASSERT_TRUE(error && error->kind == c.kind) << ::testing::PrintToString(c.arguments);
-    if (c.kind == ToolError::Kind::notFound) {
-      const std::string name = c.arguments.empty() ? "" : c.arguments[0];
+    const std::string name = c.arguments.empty() ? "" : c.arguments[0];
+    if (c.kind == ToolError::Kind::notFound)
       EXPECT_EQ(std::pair(error->name, std::string(error->what())), std::pair(name, "tool not found: " + name));
-    }
-    else EXPECT_EQ(error->arguments, c.arguments);
+    else
+      EXPECT_EQ(error->arguments, c.arguments);
   }
   EXPECT_FALSE(fs::exists(dir / "stubborn.done")) << "the tool ignoring SIGTERM was not killed";
   EXPECT_EQ(runner.run({script("echo ok\n")}, 30.0).stdoutText, "ok\n");  // within its limit: untouched
@@ -149,22 +147,19 @@ TEST_F(ProcessToolRunnerTest, HasBinaryWantsAnExecutableRegularFile) {
   test::writeScript(dir / "bin/vorlan-test-tool", "exit 0\n");
   test::writeFile(dir / "bin/vorlan-test-plain", "data");
   const std::string bin = (dir / "bin").string();
-  // A wrong "not installed" turns the tool's data safe to delete.
-  EXPECT_TRUE(hasBinaryOnPath("vorlan-test-tool", "/nowhere::" + bin));
-  EXPECT_TRUE(hasBinaryOnPath("sh", ""));  // the system folders are searched whatever PATH says
-  EXPECT_FALSE(hasBinaryOnPath("vorlan-test-tool", "/nowhere"));
-  EXPECT_FALSE(hasBinaryOnPath("vorlan-test-plain", bin));  // not executable
+  // A wrong "not installed" turns the tool's data safe to delete. The system folders are searched
+  // whatever PATH says; a plain file is no tool.
+  EXPECT_EQ(std::tuple(hasBinaryOnPath("vorlan-test-tool", "/nowhere::" + bin), hasBinaryOnPath("sh", ""),
+                       hasBinaryOnPath("vorlan-test-tool", "/nowhere"), hasBinaryOnPath("vorlan-test-plain", bin)),
+            std::tuple(true, true, false, false));
 }
 
 // Tools are looked up where the system and Homebrew put them, before the user's own PATH; an
 // empty or missing PATH must not leave an empty piece, which env would take for the current folder.
 TEST_F(ProcessToolRunnerTest, ChildToolsGetTheToolSearchPath) {
-  const std::pair<std::optional<std::string_view>, std::string> cases[] = {
-      {std::nullopt, "/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin"},
-      {"", "/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin"},
-      {"/x:/y", "/opt/homebrew/bin:/usr/local/bin:/x:/y"},
-  };
-  for (const auto& [own, expected] : cases) EXPECT_EQ(toolSearchPath(own), expected);
+  const std::string system = "/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin";
+  EXPECT_EQ(std::tuple(toolSearchPath(std::nullopt), toolSearchPath(""), toolSearchPath("/x:/y")),
+            std::tuple(system, system, "/opt/homebrew/bin:/usr/local/bin:/x:/y"));
   const char* own = std::getenv("PATH");
   EXPECT_EQ(runner.run({"sh", "-c", "printf %s \"$PATH\""}, 30.0).stdoutText,
             toolSearchPath(own ? std::optional<std::string_view>(own) : std::nullopt));
@@ -173,8 +168,8 @@ TEST_F(ProcessToolRunnerTest, ChildToolsGetTheToolSearchPath) {
 TEST_F(ProcessToolRunnerTest, LeaksNoDescriptors) {
   const size_t before = openDescriptors();
   EXPECT_EQ(runner.run({script("printf ok\n")}, 30.0).stdoutText, "ok");
-  EXPECT_TRUE(errorOf([&] { runner.run({"vorlan-no-such-tool-here"}, std::nullopt); }));
-  EXPECT_TRUE(errorOf([&] { runner.run({script("exec sleep 30\n")}, 0.05); }));
+  EXPECT_THROW(runner.run({"vorlan-no-such-tool-here"}, std::nullopt), ToolError);
+  EXPECT_THROW(runner.run({script("exec sleep 30\n")}, 0.05), ToolError);
   EXPECT_EQ(openDescriptors(), before);
 
   if (!fs::exists("/proc/self/fd")) return;
