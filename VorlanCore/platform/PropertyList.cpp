@@ -1,7 +1,6 @@
 #include "platform/PropertyList.hpp"
 
 #include <cstdint>
-#include <cstdlib>
 
 namespace vorlan {
 
@@ -20,10 +19,13 @@ std::optional<std::string> plistString(plist_t dict, const char* key) {
   if (!dict || plist_get_node_type(dict) != PLIST_DICT) return std::nullopt;
   plist_t node = plist_dict_get_item(dict, key);
   if (!node || plist_get_node_type(node) != PLIST_STRING) return std::nullopt;
-  char* value = nullptr;
-  plist_get_string_val(node, &value);
-  std::string text = value ? value : "";
-  std::free(value);
+  // Not plist_get_string_val: it asserts (and so aborts the program) on a NUL inside the string.
+  uint64_t length = 0;
+  const char* value = plist_get_string_ptr(node, &length);
+  if (!value) return std::nullopt;
+  std::string text(value, length);
+  // A name with a NUL in it cannot stand for anything on the disk.
+  if (text.find('\0') != std::string::npos) return std::nullopt;
   return text;
 }
 
