@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <fstream>
+
 #include "platform/UsageMeasurement.hpp"
 #include "support/TestSupport.hpp"
 
@@ -18,7 +20,7 @@ int64_t allocated(const fs::path& path) {
 }
 
 void setMtime(const fs::path& path, int64_t seconds) {
-  timespec times[2] = {{seconds, 0}, {seconds, 0}};
+  const timespec times[2] = {{seconds, 0}, {seconds, 0}};
   ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
 }
 
@@ -33,10 +35,9 @@ TEST(UsageMeasurement, AllocatedBlocksNoLinksFollowedEveryHardLinkName) {
   writeDated(tmp / "outside/big", 4'000'000, 100);
   // A gigabyte long, one block on disk.
   const auto sparse = root / "sparse";
-  fs::create_directories(root);
-  int fd = ::open(sparse.c_str(), O_WRONLY | O_CREAT, 0644);
-  ASSERT_EQ(::pwrite(fd, "x", 1, 1'000'000'000), 1);
-  ::close(fd);
+  test::writeFile(sparse, "");
+  fs::resize_file(sparse, 1'000'000'000);
+  std::ofstream(sparse, std::ios::app) << 'x';
   setMtime(sparse, 2000);
   writeDated(root / "b/hard1", 20000, 1500);
   fs::create_hard_link(root / "b/hard1", root / "b/hard2");
@@ -47,11 +48,9 @@ TEST(UsageMeasurement, AllocatedBlocksNoLinksFollowedEveryHardLinkName) {
   setMtime(root / "link", 9'000'000'000);  // only regular files date a folder
 
   const UsageStat stat = walkTree(root);
-  EXPECT_EQ(stat, (UsageStat{allocated(sparse) + allocated(root / "b") +
-                                 2 * allocated(root / "b/hard1") + allocated(root / "link") +
-                                 allocated(root / "link-dir") + allocated(root / "empty") +
-                                 allocated(root / "empty/x"),
-                             2000, 3}));
+  int64_t bytes = 2 * allocated(root / "b/hard1");
+  for (const char* name : {"sparse", "b", "link", "link-dir", "empty", "empty/x"}) bytes += allocated(root / name);
+  EXPECT_EQ(stat, (UsageStat{bytes, 2000, 3}));
   EXPECT_EQ(measureItem(root), allocated(root) + stat.bytes);
   EXPECT_EQ(measureItem(root / "link"), allocated(root / "link"));
   EXPECT_EQ(walkTree(root / "link-dir"), UsageStat{});
@@ -65,10 +64,8 @@ TEST(UsageMeasurement, UnreadableSubfolderIsSkipped) {
   writeDated(tmp / "root/open/f", 100, 50);
   writeDated(tmp / "root/closed/secret", 1'000'000, 60);
   fs::permissions(tmp / "root/closed", fs::perms::none);
-  EXPECT_EQ(walkTree(tmp / "root"),
-            (UsageStat{allocated(tmp / "root/open") + allocated(tmp / "root/open/f") +
-                           allocated(tmp / "root/closed"),
-                       50, 1}));
+  const int64_t bytes = allocated(tmp / "root/open") + allocated(tmp / "root/open/f") + allocated(tmp / "root/closed");
+  EXPECT_EQ(walkTree(tmp / "root"), (UsageStat{bytes, 50, 1}));
 }
 
 // Deeper than the path limit, so it is built with calls relative to an open folder.

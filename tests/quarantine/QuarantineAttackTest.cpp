@@ -2,24 +2,15 @@
 // inside what moves or is stored, a store linked out of the home, pipes where files are read,
 // two runs at once, and kills at random instants across two file systems. Each case checks
 // that nothing outside the home was touched and that no file was lost.
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
-#if defined(__linux__)
-#include <sys/mount.h>
-#endif
 
-#include <chrono>
 #include <ctime>
 #include <cstdio>
-#include <functional>
 #include <future>
-#include <random>
-#include <thread>
 
 #include "cleanup/AppOwnership.hpp"
+#include "cleanup/CleanupExecution.hpp"
 #include "network/Telemetry.hpp"
 #include "quarantine/QuarantineFixture.hpp"
 #include "quarantine/StoreLock.hpp"
@@ -29,37 +20,10 @@ namespace {
 
 constexpr int64_t kLongAgo = 1'600'000'000;
 
-// Mounts made by a test, taken down again whatever happens.
-struct Mounts {
-  std::vector<fs::path> points;
-  ~Mounts() {
-#if defined(__linux__)
-    for (auto it = points.rbegin(); it != points.rend(); ++it) ::umount2(it->c_str(), MNT_DETACH);
-#endif
-  }
-  // A bind mount of `from` at `at`, or a small tmpfs when `from` is empty. False when this
-  // process may not mount (not root, or no mount namespace of its own).
-  bool mount(const fs::path& from, const fs::path& at) {
-#if defined(__linux__)
-    fs::create_directories(at);
-    const int made = from.empty() ? ::mount("tmpfs", at.c_str(), "tmpfs", 0, "size=64m")
-                                  : ::mount(from.c_str(), at.c_str(), nullptr, MS_BIND, nullptr);
-    if (made != 0) return false;
-    points.push_back(at);
-    return true;
-#else
-    (void)from, (void)at;
-    return false;
-#endif
-  }
-};
-
-#define SKIP_UNLESS_MOUNTED(ok) \
-  if (!(ok)) GTEST_SKIP() << "mounting needs root and a system that allows it; skipped"
-
+// A command that hangs is killed and fails the case.
 ProcessOutcome vorlanIn(const fs::path& home, std::vector<std::string> args) {
   ProcessOptions options;
-  options.timeoutSeconds = 30;  // a command that hangs is killed and fails the case
+  options.timeoutSeconds = 30;
   return runCli(home, std::move(args), options);
 }
 
@@ -67,36 +31,32 @@ TEST_F(QuarantineTest, NothingMountedInsideIsMovedOrEmptied) {
   writeFile(outside / "deep/precious", "lives on another mount");
   writeFile(home / ".cache/x/own", "x");
   writeFile(home / ".cache/loop/own", "l");
-  // Where to mount, and the batch that must stay listed (none for a clean).
-  struct Place { fs::path at; std::string batch; };
-  auto stored = [&](const std::string& item, int64_t now) {
-    const QuarantineBatch batch = quarantine.move({item}, now);
-    return Place{quarantine.root / batch.id / item / "m", batch.id};
-  };
-  struct Case { std::string name; std::function<Place()> place; std::vector<std::string> command; bool mountsHome; };
+  // Mounted at `item`/m, at home or, when stored at that time, in its batch.
+  struct Case { std::string name, item; int64_t storedAt; std::vector<std::string> command; bool mountsHome = false; };
   const Case cases[] = {
-      {"inside a folder to clean", [&] { return Place{home / ".cache/x/y", ""}; }, {"clean", "--yes", "--no-progress", ".cache/x"}, false},
-      {"the home inside its own cache", [&] { return Place{home / ".cache/loop/z", ""}; }, {"clean", "--yes", "--no-progress", ".cache/loop"}, true},
-      {"inside a stored batch, then empty", [&] { return stored("Docs/a", std::time(nullptr)); }, {"quarantine", "empty", "--yes"}, false},
-      {"inside a stored batch, then expire", [&] { return stored("Docs/b", kLongAgo); }, {"quarantine", "expire"}, false},
+      {"inside a folder to clean", ".cache/x", 0, {"clean", "--yes", "--no-progress", ".cache/x"}},
+      {"the home inside its own cache", ".cache/loop", 0, {"clean", "--yes", "--no-progress", ".cache/loop"}, true},
+      {"inside a stored batch, then empty", "Docs/a", std::time(nullptr), {"quarantine", "empty", "--yes"}},
+      {"inside a stored batch, then expire", "Docs/b", kLongAgo, {"quarantine", "expire"}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    const Place place = c.place();
+    const std::string batch = c.storedAt ? quarantine.move({c.item}, c.storedAt).id : "";
     Mounts mounts;
-    SKIP_UNLESS_MOUNTED(mounts.mount(c.mountsHome ? home : outside, place.at));
+    if (!mounts.mount(c.mountsHome ? home : outside, (batch.empty() ? home : quarantine.root / batch) / c.item / "m"))
+      GTEST_SKIP() << "mounting needs root; skipped";
     const Tree outsideBefore = snapshotTree(outside), homeBefore = homeTree();
     const auto batchesBefore = quarantine.listBatches();
     const auto run = vorlanIn(home, c.command);
     EXPECT_EQ(run.exitCode, 1) << run.out << run.err;
     EXPECT_TRUE((run.out + run.err).contains("마운트")) << run.out << run.err;
     EXPECT_EQ(treeDifference(outsideBefore, snapshotTree(outside)), "");
-    if (place.batch.empty()) {
+    if (batch.empty()) {
       EXPECT_EQ(treeDifference(homeBefore, homeTree()), "");
       EXPECT_EQ(quarantine.listBatches(), batchesBefore) << "no batch for a run that moved nothing";
     } else {
       // A purge that met the mount leaves its batch listed, to be tried again.
-      EXPECT_NO_THROW(quarantine.manifest(place.batch));
+      EXPECT_NO_THROW(quarantine.manifest(batch));
     }
   }
 }
@@ -111,24 +71,25 @@ TEST_F(QuarantineTest, AStoreLinkedOutOfTheHomeIsRefusedByEveryCommand) {
   const std::vector<std::vector<std::string>> commands{
       {"quarantine", "list"}, {"quarantine", "recover"}, {"quarantine", "expire"}, {"quarantine", "empty", "--yes"},
       {"quarantine", "restore", "2020-01-01T000000"}, {"clean", "--yes", "--no-progress", "Docs/c"}};
-  for (const bool linkedRoot : {false, true}) {
-    SCOPED_TRACE(linkedRoot ? "~/.vorlan/quarantine linked" : "~/.vorlan linked");
+  const std::string refusal = "보관함 폴더가 홈 폴더 밖으로 이어져 있어(링크) 아무것도 하지 않았습니다: " +
+                              quarantine.root.string() + "\n";
+  for (const auto& [link, target] : {std::pair{".vorlan", fake}, {".vorlan/quarantine", fake / "quarantine"}}) {
+    SCOPED_TRACE(std::string(link) + " linked");
     fs::remove_all(home / ".vorlan");
-    if (linkedRoot) {
-      fs::create_directories(home / ".vorlan");
-      fs::create_directory_symlink(fake / "quarantine", home / ".vorlan/quarantine");
-    } else {
-      fs::create_directory_symlink(fake, home / ".vorlan");
-    }
+    fs::create_directories((home / link).parent_path());
+    fs::create_directory_symlink(target, home / link);
     const Tree before = snapshotTree(dir.path());
     for (const auto& command : commands) {
       const auto run = vorlanIn(home, command);
       EXPECT_EQ(run.exitCode, 1) << command[1];
-      EXPECT_TRUE(run.err.ends_with("보관함 폴더가 홈 폴더 밖으로 이어져 있어(링크) 아무것도 하지 않았습니다: " +
-                                    quarantine.root.string() + "\n"))
-          << run.err;
+      EXPECT_TRUE(run.err.ends_with(refusal)) << run.err;
       EXPECT_EQ(treeDifference(before, snapshotTree(dir.path())), "") << command[1];
     }
+    // The app's cleanup too: the user's files would leave the home folder.
+    const CleanupOutcome out = executeCleanup({"Docs/c"}, {}, {"Docs/c"}, {}, quarantine, kNow);
+    EXPECT_TRUE(out.executeError.value_or("").starts_with("삭제하지 못했습니다: ")) << out.executeError.value_or("");
+    EXPECT_TRUE(out.processed.empty());
+    EXPECT_EQ(treeDifference(before, snapshotTree(dir.path())), "");
   }
 }
 
@@ -154,9 +115,7 @@ TEST(QuarantineAttack, NonRegularFilesAreReadAsUnreadable) {
       const fs::path at = home / place;
       fs::remove(at);
       fs::create_directories(at.parent_path());
-      if (kind == 'p') {
-        ASSERT_EQ(::mkfifo(at.c_str(), 0600), 0);
-      }
+      ASSERT_TRUE(kind != 'p' || ::mkfifo(at.c_str(), 0600) == 0);
       if (kind == 'l') fs::create_symlink("/dev/zero", at);
       if (kind == 's') {
         sockaddr_un address{};

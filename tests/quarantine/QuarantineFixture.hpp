@@ -2,7 +2,14 @@
 // helpers the quarantine tests share.
 #pragma once
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#if defined(__linux__)
+#include <sys/mount.h>
+#endif
 
+#include <cerrno>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -29,6 +36,44 @@ inline std::string partialCopies(const fs::path& folder) {
     if (fs::path(path).filename().string().starts_with(".vorlan-partial-")) found += path + "\n";
   return found;
 }
+
+inline int crossDevice(std::string_view, std::string_view) { return EXDEV; }
+
+// Runs `body` in a child process: the signal that ended it, 0 when it returned, -1 when it threw.
+inline int signalOfChild(const std::function<void()>& body) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    try { body(); } catch (...) { ::_exit(1); }
+    ::_exit(0);
+  }
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  return WIFSIGNALED(status) ? WTERMSIG(status) : WIFEXITED(status) && WEXITSTATUS(status) == 0 ? 0 : -1;
+}
+
+// Mounts made by a test, taken down again whatever happens.
+struct Mounts {
+  std::vector<fs::path> points;
+  ~Mounts() {
+#if defined(__linux__)
+    for (auto it = points.rbegin(); it != points.rend(); ++it) ::umount2(it->c_str(), MNT_DETACH);
+#endif
+  }
+  // A bind mount of `from` at `at`, or a tmpfs when `from` is empty. False when this process
+  // may not mount (not root, or no mount namespace of its own).
+  bool mount(const fs::path& from, const fs::path& at) {
+    fs::create_directories(at);
+#if defined(__linux__)
+    const int made = from.empty() ? ::mount("tmpfs", at.c_str(), "tmpfs", 0, "size=96m")
+                                  : ::mount(from.c_str(), at.c_str(), nullptr, MS_BIND, nullptr);
+    if (made == 0) points.push_back(at);
+    return made == 0;
+#else
+    (void)from;
+    return false;
+#endif
+  }
+};
 
 class QuarantineTest : public ::testing::Test {
  protected:

@@ -3,18 +3,9 @@
 // `vorlan quarantine recover`: afterwards each file of the tree is whole in exactly one place
 // (contents, modes, times, link targets, names of one file), no temporary copy is left
 // anywhere, and nothing outside changed.
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
-#if defined(__linux__)
-#include <sys/mount.h>
-#endif
-
 #include <chrono>
 #include <cstdio>
 #include <random>
-#include <thread>
 
 #include "quarantine/QuarantineFixture.hpp"
 
@@ -25,38 +16,15 @@ using Clock = std::chrono::steady_clock;
 constexpr int kRounds = 20;
 const std::string kItem = "Library/Caches/com.gone.tool";
 
-pid_t startVorlan(const fs::path& home, const std::vector<std::string>& args) {
-  std::vector<const char*> argv{"vorlan"};
-  for (const auto& arg : args) argv.push_back(arg.c_str());
-  argv.push_back(nullptr);
-  const std::string cli = cliPath(), homeVariable = "HOME=" + home.string();
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    const int null = ::open("/dev/null", O_RDWR);
-    for (int fd : {0, 1, 2}) ::dup2(null, fd);
-    ::putenv(const_cast<char*>(homeVariable.c_str()));
-    ::execv(cli.c_str(), const_cast<char* const*>(argv.data()));
-    ::_exit(127);
-  }
-  return pid;
-}
-
-// Runs to the end; the time it took.
-Clock::duration runVorlan(const fs::path& home, const std::vector<std::string>& args) {
+// Runs the built vorlan, killed with SIGKILL when still at work after `killAt`: the time it
+// took, and whether the kill found it at work.
+std::pair<Clock::duration, bool> runVorlan(const fs::path& home, const std::vector<std::string>& args,
+                                           Clock::duration killAt = std::chrono::minutes(1)) {
+  ProcessOptions options;
+  options.timeoutSeconds = std::chrono::duration<double>(killAt).count();
   const auto start = Clock::now();
-  int status = 0;
-  ::waitpid(startVorlan(home, args), &status, 0);
-  return Clock::now() - start;
-}
-
-// Killed after `delay`; whether the kill found it still at work.
-bool killAfter(const fs::path& home, const std::vector<std::string>& args, Clock::duration delay) {
-  const pid_t pid = startVorlan(home, args);
-  std::this_thread::sleep_for(delay);
-  ::kill(pid, SIGKILL);
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  return WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
+  const bool killed = runCli(home, args, options).exitCode == -1;
+  return {Clock::now() - start, killed};
 }
 
 void makeTree(const fs::path& root, const fs::path& outside) {
@@ -75,21 +43,11 @@ void makeTree(const fs::path& root, const fs::path& outside) {
 }
 
 TEST(QuarantineKillLoop, EveryFileIsWholeInExactlyOnePlaceAfterAnyKill) {
-#if defined(__linux__)
   TempDir dir;
   const fs::path home = dir / "home", outside = dir / "outside";
-  struct Mounted {
-    std::vector<fs::path> at;
-    ~Mounted() {
-      for (auto it = at.rbegin(); it != at.rend(); ++it) ::umount2(it->c_str(), MNT_DETACH);
-    }
-  } mounted;
-  for (const fs::path& at : {home, home / "Library/Caches"}) {
-    fs::create_directories(at);
-    if (::mount("tmpfs", at.c_str(), "tmpfs", 0, "size=96m") != 0)
-      GTEST_SKIP() << "mounting two tmpfs file systems needs root and a system that allows it; skipped";
-    mounted.at.push_back(at);
-  }
+  Mounts mounts;
+  for (const fs::path& at : {home, home / "Library/Caches"})
+    if (!mounts.mount({}, at)) GTEST_SKIP() << "mounting two tmpfs file systems needs root and a system that allows it";
   writeFile(outside / "kept", "outside the test's home");
   makeTree(home / kItem, outside);
   const Tree original = snapshotTree(home / kItem), outsideBefore = snapshotTree(outside);
@@ -122,10 +80,10 @@ TEST(QuarantineKillLoop, EveryFileIsWholeInExactlyOnePlaceAfterAnyKill) {
   };
 
   // How long each takes uninterrupted sets the range of the kill instants.
-  const auto cleanTime = runVorlan(home, clean);
+  const auto cleanTime = runVorlan(home, clean).first;
   const std::string first = wholeInOnePlace("a clean run");
   ASSERT_FALSE(first.empty());
-  const auto restoreTime = runVorlan(home, {"quarantine", "restore", first});
+  const auto restoreTime = runVorlan(home, {"quarantine", "restore", first}).first;
   backHome("");
   std::mt19937 random(20261123);
   auto instant = [&](Clock::duration range) {
@@ -135,14 +93,14 @@ TEST(QuarantineKillLoop, EveryFileIsWholeInExactlyOnePlaceAfterAnyKill) {
 
   int cleanKills = 0, restoreKills = 0;
   for (int round = 0; round < kRounds && !HasFailure(); ++round) {
-    cleanKills += killAfter(home, clean, instant(cleanTime));
+    cleanKills += runVorlan(home, clean, instant(cleanTime)).second;
     runVorlan(home, recover);
     backHome(wholeInOnePlace("clean killed, round " + std::to_string(round)));
 
     runVorlan(home, clean);
     const auto batches = quarantine.batches();
     ASSERT_EQ(batches.size(), 1u);
-    restoreKills += killAfter(home, {"quarantine", "restore", batches[0]}, instant(restoreTime));
+    restoreKills += runVorlan(home, {"quarantine", "restore", batches[0]}, instant(restoreTime)).second;
     runVorlan(home, recover);
     backHome(wholeInOnePlace("restore killed, round " + std::to_string(round)));
   }
@@ -150,9 +108,6 @@ TEST(QuarantineKillLoop, EveryFileIsWholeInExactlyOnePlaceAfterAnyKill) {
               kRounds, cleanKills, restoreKills, static_cast<long long>(filesChecked));
   // A loop whose kills all came too late would have proved nothing.
   EXPECT_GT(cleanKills + restoreKills, 0);
-#else
-  GTEST_SKIP() << "mounts are made with Linux calls";
-#endif
 }
 
 }  // namespace

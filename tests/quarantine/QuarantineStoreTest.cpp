@@ -29,11 +29,16 @@ TEST_F(QuarantineTest, EveryPathStaysInsideHomeAndBatch) {
       {batchId, ".", ""}, {batchId, "", ""}, {batchId, "../quarantine", ""},
       {restoreFrom, "../../../../victim/file", ""}, {restoreFrom, "linkout/file", ""}, {restoreFrom, "manifest.json", ""},
       {restoreTo, (dir / "evil").string(), ""}, {restoreTo, "../victim/file2", ""}, {restoreTo, "outlink/evil", ""},
+      // Put back into the store, an item went with its batch while reported as restored.
+      {restoreTo, ".vorlan/quarantine/2026-03-14T091502/back", ""}, {restoreTo, ".vorlan/quarantine/other/back", ""},
+      {restoreTo, "link/back", ""},
   };
   writeFile(dir / "victim/file", "must stay");
   const QuarantineBatch batch = quarantine.move({"Docs/c"}, kNow);
   const fs::path folder = quarantine.root / batch.id;
   fs::create_symlink(dir / "victim", folder / "linkout");
+  fs::create_directory_symlink(folder, home / "link");
+  fs::create_directory(quarantine.root / "other");
   // Everything in reach, but the manifest each crafted case rewrites.
   auto everything = [&] { return snapshotTree(dir.path(), {"home/.vorlan/quarantine/" + batch.id + "/manifest.json"}); };
   const Tree before = everything();
@@ -119,12 +124,16 @@ TEST(QuarantineManifest, IsPrettyWithSortedKeysAndEveryKeyRequired) {
 TEST_F(QuarantineTest, MoveLeavesWhatItMustNotTake) {
   writeFile(home / "manifest.json", "the user's own file");
   writeFile(home / "bad\xff\xfe" "name", "not utf-8");
+  writeFile(home / "Manifest.json", "the user's too");
+  writeFile(home / ".VORLAN-JOURNAL", "and this");
   struct Case { std::string name; std::vector<std::string> paths, stored, failures; bool stop = false; };
   const Case cases[] = {
       {"nothing asked", {}, {}, {}},
       {"a path that is gone", {"Docs/nope", "Docs/c"}, {"Docs/c"}, {"Docs/nope"}},
       {"normalised on the way", {"Library/../Docs/a"}, {"Docs/a"}, {}},
       {"a home file named like the manifest", {"manifest.json"}, {}, {"manifest.json"}},
+      // Where case is ignored these are the store's own names, and writing the manifest replaced the user's file.
+      {"store names in another case", {"Manifest.json", ".VORLAN-JOURNAL"}, {}, {"Manifest.json", ".VORLAN-JOURNAL"}},
       {"the program's own folder", {".vorlan", ".vorlan/quarantine"}, {}, {".vorlan", ".vorlan/quarantine"}},
       {"a path inside one moved before", {"Docs/sub", "Docs/sub/d"}, {"Docs/sub"}, {"Docs/sub/d"}},
       {"a name JSON can't hold", {"bad\xff\xfe" "name"}, {}, {"bad\xff\xfe" "name"}},
@@ -142,9 +151,7 @@ TEST_F(QuarantineTest, MoveLeavesWhatItMustNotTake) {
     EXPECT_EQ(batch.failures, c.failures);
     // A run that moved nothing leaves no empty batch behind.
     EXPECT_EQ(fs::exists(quarantine.root / batch.id), !c.stored.empty());
-    if (!c.stored.empty()) {
-      EXPECT_EQ(quarantine.manifest(batch.id).items, batch.items);
-    }
+    if (!c.stored.empty()) { EXPECT_EQ(quarantine.manifest(batch.id).items, batch.items); }
     EXPECT_EQ(lost(before, quarantine.root / batch.id), "");
   }
 }
