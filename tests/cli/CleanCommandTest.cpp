@@ -1,5 +1,6 @@
-// `vorlan clean` on a temporary home: what it shows, what it refuses, and a full clean and
-// restore that leaves the tree byte for byte as it was.
+// `vorlan plan` and `vorlan clean` on a temporary home: the plan's table and JSON rows, what
+// clean shows and refuses, and a full clean and restore that leaves the tree byte for byte as
+// it was.
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/wait.h>
@@ -7,6 +8,8 @@
 #if defined(__linux__)
 #include <pty.h>
 #endif
+
+#include <nlohmann/json.hpp>
 
 #include "quarantine/TreeSnapshot.hpp"
 #include "support/TestSupport.hpp"
@@ -16,11 +19,78 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// An installed app that owns its cache, and the caches of `sizes` (relative path, bytes).
+void writeHome(const fs::path& home, std::initializer_list<std::pair<const char*, int64_t>> sizes) {
+  writeFile(home / "Applications/Owned.app/Contents/Info.plist",
+            "<plist><dict><key>CFBundleIdentifier</key><string>com.owned.app</string></dict></plist>");
+  for (const auto& [path, bytes] : sizes) allocateFile(home / path / "blob", bytes);
+}
+
+class PlanCommand : public ::testing::Test {
+ protected:
+  // Owned and fresh: purged at once. Orphaned, or under a safe rule: held. Under a review
+  // rule: shown, not ticked. Tiny: hidden unless --all.
+  void SetUp() override {
+    writeHome(home.path(), {{"Library/Caches/com.owned.app", 90'000'000}, {"Library/Caches/com.gone.tool", 60'000'000},
+                            {".cache/zz-test-tool", 70'000'000}, {"Library/Application Support/Mystery Stuff", 55'000'000}});
+    writeFile(home / ".npm/small-thing/f", "tiny");
+  }
+  ProcessOutcome plan(std::vector<std::string> args) {
+    args.insert(args.begin(), {"plan", "--no-progress"});
+    return runCli(home.path(), args);
+  }
+  TempDir home;
+};
+
+TEST_F(PlanCommand, TableShowsVisibleRowsLargestFirstWithTotalsAndJsonHasEveryFieldInStableOrder) {
+  const auto run = plan({});
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_EQ(run.err, "");
+  size_t at = 0;
+  for (const std::string line :
+       {"(50MB 미만 1개 숨김 — 모두 보려면 --all)", "[✓] 0.1GB  다시 생김  ~/Library/Caches/com.owned.app",
+        "[✓] 0.1GB  다시 생김  ~/.cache/zz-test-tool", "[✓] 0.1GB  주인 없음  ~/Library/Caches/com.gone.tool",
+        "→ 지운 앱이 남긴 것입니다", "[ ] 0.1GB  확인 필요  ~/Library/Application Support/Mystery Stuff",
+        "체크한 항목 3개 · 선택한 0.2GB", "지금 바로 확보 0.1GB (1개)", "7일 뒤 확보 0.1GB (2개)"}) {
+    at = run.out.find(line, at);
+    ASSERT_NE(at, std::string::npos) << line << "\n" << run.out;
+  }
+  EXPECT_FALSE(run.out.contains("small-thing")) << run.out;
+  const auto all = plan({"--all"});
+  EXPECT_TRUE(all.out.contains("[ ] 0.0GB  확인 필요  ~/.npm/small-thing")) << all.out;
+  EXPECT_FALSE(all.out.contains("숨김")) << all.out;
+
+  const auto json = plan({"--json"});
+  ASSERT_EQ(json.exitCode, 0) << json.err;
+  const auto rows = nlohmann::ordered_json::parse(json.out);
+  ASSERT_EQ(rows.size(), 4u);
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : rows[0].items()) keys.push_back(key);
+  EXPECT_EQ(keys, (std::vector<std::string>{"name", "path", "bytes", "last_changed_epoch", "file_count", "verdict",
+                                            "checked", "reason", "delete_paths", "what", "consequence",
+                                            "purge_immediately"}));
+  EXPECT_EQ(rows[0]["path"], "Library/Caches/com.owned.app");
+  EXPECT_EQ(rows[0]["purge_immediately"], true);
+  EXPECT_GE(rows[0]["bytes"].get<int64_t>(), 90'000'000);
+  EXPECT_EQ(rows[2]["verdict"], "orphan");
+  EXPECT_EQ(rows[3]["verdict"], "needs_review");
+  EXPECT_EQ(rows[3]["checked"], false);
+}
+
+TEST_F(PlanCommand, UnreadableParentIsOneLineOnStderr) {
+  if (runningAsRoot()) GTEST_SKIP() << "root reads every folder";
+  fs::permissions(home / "Library/Application Support", fs::perms::none);
+  const auto run = plan({});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_EQ(run.err, "vorlan: 읽을 수 없어 건너뜀: ~/Library/Application Support\n");
+  EXPECT_FALSE(run.out.contains("Mystery Stuff")) << run.out;
+  EXPECT_TRUE(run.out.contains("com.gone.tool")) << run.out;
+}
+
 class CleanCommand : public ::testing::Test {
  protected:
   void SetUp() override {
-    writeFile(home / "Applications/Owned.app/Contents/Info.plist",
-              "<plist><dict><key>CFBundleIdentifier</key><string>com.owned.app</string></dict></plist>");
+    writeHome(home, {});
     writeFile(home / "Documents/notes/a.txt", "first note");
     writeFile(home / "Documents/notes/deep/b.md", "# second");
     fs::permissions(home / "Documents/notes/a.txt", fs::perms::owner_read);
@@ -28,19 +98,16 @@ class CleanCommand : public ::testing::Test {
     writeFile(dir / "outside/secret", "outside the home");
     fs::create_symlink(dir / "outside", home / "escape");
   }
-
   ProcessOutcome vorlan(std::vector<std::string> args) { return runCli(home, args); }
   Tree wholeTree() const { return snapshotTree(dir.path()); }
-
   TempDir dir;
   fs::path home = dir / "home";
 };
 
 TEST_F(CleanCommand, DryRunShowsThePlanAndChangesNothingThenTheRunDoesIt) {
   // Owned and fresh: purged at once. Orphaned: held. Under review: not ticked.
-  allocateFile(home / "Library/Caches/com.owned.app/blob", 90'000'000);
-  allocateFile(home / "Library/Caches/com.gone.tool/blob", 60'000'000);
-  allocateFile(home / "Library/Application Support/Mystery Stuff/blob", 55'000'000);
+  writeHome(home, {{"Library/Caches/com.owned.app", 90'000'000}, {"Library/Caches/com.gone.tool", 60'000'000},
+                   {"Library/Application Support/Mystery Stuff", 55'000'000}});
   const auto before = wholeTree();
   EXPECT_EQ(vorlan({"clean", "--dry-run", "--no-progress"}).out,
             "바로 비움 (다시 만들어지는 캐시) — 1개 · 0.1GB\n"
@@ -76,11 +143,10 @@ TEST_F(CleanCommand, RefusalsAreOneLineEachAndNothingMoves) {
        "정리 계획에서 지울 수 없다고 본 항목입니다: ~/Library/Application Support/Bitcoin"},
   };
   const auto before = wholeTree();
-  for (const auto& c : cases) {
+  for (auto c : cases) {
     // Next to a good path, so that "nothing moved" means something.
-    auto args = c.args;
-    args.insert(args.begin(), {"clean", "--no-progress", "Documents/notes"});
-    const auto run = vorlan(args);
+    c.args.insert(c.args.begin(), {"clean", "--no-progress", "Documents/notes"});
+    const auto run = vorlan(c.args);
     EXPECT_EQ(run.exitCode, c.exitCode) << c.line;
     EXPECT_EQ(run.err, "vorlan: " + c.line + (c.exitCode == 2 ? "\n도움말: vorlan --help\n" : "\n"));
     EXPECT_EQ(treeDifference(before, wholeTree()), "") << c.line;
@@ -119,12 +185,10 @@ TEST_F(CleanCommand, OnATerminalEnterMeansNo) {
   }
   std::string seen;
   char buffer[4096];
-  for (pollfd fd{master, POLLIN, 0}; ::poll(&fd, 1, 30'000) > 0;) {
-    const ssize_t n = ::read(master, buffer, sizeof buffer);
-    if (n <= 0) break;  // the program closed its terminal
-    seen.append(buffer, static_cast<size_t>(n));
-    if (seen.ends_with("[y/N] ")) (void)!::write(master, "\n", 1);
-  }
+  // Read until the program closes its terminal, answering its question with a bare Enter.
+  pollfd fd{master, POLLIN, 0};
+  for (ssize_t n; ::poll(&fd, 1, 30'000) > 0 && (n = ::read(master, buffer, sizeof buffer)) > 0;)
+    if (seen.append(buffer, size_t(n)).ends_with("[y/N] ")) (void)!::write(master, "\n", 1);
   ::close(master);  // hangs up a program that is still waiting
   int status = 0;
   ::waitpid(pid, &status, 0);

@@ -22,14 +22,10 @@ class QuarantineCommand : public ::testing::Test {
     writeFile(home / "Documents/a/one.txt", "one");
     writeFile(home / "Documents/b.txt", "two");
   }
-
   ProcessOutcome vorlan(std::vector<std::string> args) {
     args.insert(args.begin(), "quarantine");
-    ProcessOptions options;
-    options.env["TZ"] = "UTC0";
-    return runCli(home, args, options);
+    return runCli(home, args, {.env = {{"TZ", "UTC0"}}});
   }
-
   TempDir dir;
   fs::path home = dir / "home";
   Quarantine quarantine{Quarantine::defaultRoot(home), home};
@@ -54,17 +50,47 @@ TEST_F(QuarantineCommand, ListShowsEachBatchWithItsDatesAndFailures) {
             "옮기다 끊긴 폴더 1개가 있습니다: 2026-03-15T000000 — 되돌리려면: vorlan quarantine recover\n");
 }
 
-TEST_F(QuarantineCommand, RestoreKeepsWhatNowStandsInPlace) {
-  const auto batch = quarantine.move({"Documents/a", "Documents/b.txt"}, kLongAgo);
+TEST_F(QuarantineCommand, RestoreKeepsWhatNowStandsInPlaceAndSaysWhyForEachItemLeftBehind) {
+  writeFile(dir / "outside/x", "outside");
+  fs::create_directory_symlink(dir / "outside", home / "escape");
+  auto batch = quarantine.move({"Documents/a", "Documents/b.txt"}, kLongAgo);
   writeFile(home / "Documents/b.txt", "a new file");
-  const auto run = vorlan({"restore", batch.id});
+  // A crafted manifest: two huge items (a sum that would wrap), a date no calendar has, and
+  // items that point out of the home, through a link out of it, or at nothing in the batch.
+  batch.createdEpoch = -9'000'000'000'000'000;
+  batch.items.push_back({"../outside/x", "Documents/a", 1});
+  batch.items.push_back({"escape/x", "Documents/a", 1});
+  batch.items.push_back({"Documents/gone", "Documents/gone", INT64_MAX - 5});
+  batch.items.push_back({"Documents/gone2", "Documents/gone2", INT64_MAX - 5});
+  writeFile(quarantine.root / batch.id / "manifest.json", encodeManifest(batch));
+
+  const auto list = vorlan({"list"});
+  EXPECT_TRUE(list.out.contains("9223372036.9GB · 옮긴 때 날짜 알 수 없음 · 비우는 때 2026-03-21 09:15")) << list.out;
+  EXPECT_FALSE(list.out.contains("-0.0GB")) << list.out;
+  auto run = vorlan({"restore", batch.id});
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_EQ(run.out,
+            "되돌림: ~/Documents/a\n"
+            "남겨 둠: ~/Documents/b.txt — 그 자리에 이미 다른 것이 있습니다\n"
+            "남겨 둠: ~/../outside/x — 홈 폴더 밖을 가리키는 경로라서 되돌리지 않았습니다\n"
+            "남겨 둠: ~/escape/x — 홈 폴더 밖으로 이어지는 링크를 거치는 경로라서 되돌리지 않았습니다\n"
+            "남겨 둠: ~/Documents/gone — 보관함에 그 항목이 없습니다\n"
+            "남겨 둠: ~/Documents/gone2 — 보관함에 그 항목이 없습니다\n"
+            "6개 중 1개를 되돌렸습니다 — 나머지는 보관함에 남아 있습니다\n");
+  EXPECT_EQ(readFile(dir / "outside/x"), "outside");
+
+  // When new files are all that stood in the way, the summary says so.
+  const auto second = quarantine.move({"Documents/a", "Documents/b.txt"}, kLongAgo + 60);
+  writeFile(home / "Documents/b.txt", "a newer file");
+  run = vorlan({"restore", second.id});
   EXPECT_EQ(run.exitCode, 1);
   EXPECT_EQ(run.out,
             "되돌림: ~/Documents/a\n"
             "남겨 둠: ~/Documents/b.txt — 그 자리에 이미 다른 것이 있습니다\n"
             "2개 중 1개를 되돌렸습니다 — 나머지는 같은 위치에 새 파일이 생겨 보관함에 남아 있습니다\n");
-  EXPECT_EQ(readFile(home / "Documents/b.txt"), "a new file");
+  EXPECT_EQ(readFile(home / "Documents/b.txt"), "a newer file");
   EXPECT_EQ(readFile(home / "Documents/a/one.txt"), "one");
+  EXPECT_EQ(readFile(quarantine.root / second.id / "Documents/b.txt"), "a new file");
   EXPECT_EQ(readFile(quarantine.root / batch.id / "Documents/b.txt"), "two");
 }
 
@@ -86,51 +112,19 @@ TEST_F(QuarantineCommand, ExpireTakesOnlyWhatIsDueAndEmptyingNeedsYes) {
   EXPECT_TRUE(fs::exists(quarantine.root / "2000-01-01T000000/Documents/precious")) << "may hold the only copy";
 }
 
-TEST_F(QuarantineCommand, EachItemLeftBehindSaysWhy) {
-  writeFile(dir / "outside/x", "outside");
-  fs::create_directory_symlink(dir / "outside", home / "escape");
-  auto batch = quarantine.move({"Documents/a", "Documents/b.txt"}, kLongAgo);
-  writeFile(home / "Documents/b.txt", "a new file");
-  // A crafted manifest: two huge items (a sum that would wrap), a date no calendar has, and
-  // items that point out of the home, through a link out of it, or at nothing in the batch.
-  batch.createdEpoch = -9'000'000'000'000'000;
-  batch.items.push_back({"../outside/x", "Documents/a", 1});
-  batch.items.push_back({"escape/x", "Documents/a", 1});
-  batch.items.push_back({"Documents/gone", "Documents/gone", INT64_MAX - 5});
-  batch.items.push_back({"Documents/gone2", "Documents/gone2", INT64_MAX - 5});
-  writeFile(quarantine.root / batch.id / "manifest.json", encodeManifest(batch));
-
-  const auto list = vorlan({"list"});
-  EXPECT_TRUE(list.out.contains("9223372036.9GB · 옮긴 때 날짜 알 수 없음 · 비우는 때 2026-03-21 09:15")) << list.out;
-  EXPECT_FALSE(list.out.contains("-0.0GB")) << list.out;
-  const auto run = vorlan({"restore", batch.id});
-  EXPECT_EQ(run.exitCode, 1);
-  EXPECT_EQ(run.out,
-            "되돌림: ~/Documents/a\n"
-            "남겨 둠: ~/Documents/b.txt — 그 자리에 이미 다른 것이 있습니다\n"
-            "남겨 둠: ~/../outside/x — 홈 폴더 밖을 가리키는 경로라서 되돌리지 않았습니다\n"
-            "남겨 둠: ~/escape/x — 홈 폴더 밖으로 이어지는 링크를 거치는 경로라서 되돌리지 않았습니다\n"
-            "남겨 둠: ~/Documents/gone — 보관함에 그 항목이 없습니다\n"
-            "남겨 둠: ~/Documents/gone2 — 보관함에 그 항목이 없습니다\n"
-            "6개 중 1개를 되돌렸습니다 — 나머지는 보관함에 남아 있습니다\n");
-  EXPECT_EQ(readFile(dir / "outside/x"), "outside");
-}
-
 TEST_F(QuarantineCommand, AnUnusableHomeIsRefusedAndNoOtherIsGuessed) {
   writeFile(dir / "a-file", "x");
-  const struct { std::optional<std::string> value; std::string line; } cases[] = {
-      {std::nullopt, "HOME 환경 변수가 없거나 비어 있어 홈 폴더를 알 수 없습니다."},
-      {"", "HOME 환경 변수가 없거나 비어 있어 홈 폴더를 알 수 없습니다."},
-      {"/", "HOME이 디스크의 맨 위 폴더(/)라서 홈 폴더로 쓸 수 없습니다: /"},
-      {(dir / "a-file").string(), "HOME이 가리키는 곳이 폴더가 아닙니다: " + (dir / "a-file").string()},
-      {(dir / "missing").string(), "HOME이 가리키는 곳이 폴더가 아닙니다: " + (dir / "missing").string()},
-  };
-  for (const auto& c : cases) {
+  const std::string noHome = "HOME 환경 변수가 없거나 비어 있어 홈 폴더를 알 수 없습니다.",
+                    notFolder = "HOME이 가리키는 곳이 폴더가 아닙니다: ";
+  for (const auto& [value, line] : std::vector<std::pair<std::optional<std::string>, std::string>>{
+           {std::nullopt, noHome}, {"", noHome}, {"/", "HOME이 디스크의 맨 위 폴더(/)라서 홈 폴더로 쓸 수 없습니다: /"},
+           {(dir / "a-file").string(), notFolder + (dir / "a-file").string()},
+           {(dir / "missing").string(), notFolder + (dir / "missing").string()}}) {
     ProcessOptions options;
-    if (c.value) options.env["HOME"] = *c.value; else options.unsetEnv.push_back("HOME");
+    if (value) options.env["HOME"] = *value; else options.unsetEnv.push_back("HOME");
     const auto run = runProcess({cliPath(), "quarantine", "expire"}, options);
-    EXPECT_EQ(run.exitCode, 1) << c.line;
-    EXPECT_EQ(run.err, "vorlan: " + c.line + "\n");
+    EXPECT_EQ(run.exitCode, 1) << line;
+    EXPECT_EQ(run.err, "vorlan: " + line + "\n");
   }
   EXPECT_FALSE(fs::exists("/.vorlan"));
 }

@@ -30,12 +30,9 @@ class ScanCommand : public ::testing::Test {
 
   ProcessOutcome scan(std::vector<std::string> args) {
     args.insert(args.begin(), "scan");
-    ProcessOptions options;
-    options.env["PATH"] = bin.string() + ":/usr/bin:/bin";
-    options.env["VORLAN_SCAN_ENGINE"] = "du";  // the stand-in du answers
-    return runCli(home, args, options);
+    // The stand-in du comes first on the PATH, and the du engine is the one asked for.
+    return runCli(home, args, {.env = {{"PATH", bin.string() + ":/usr/bin:/bin"}, {"VORLAN_SCAN_ENGINE", "du"}}});
   }
-
   TempDir dir;
   fs::path home = dir / "home", bin = dir / "bin";
 };
@@ -59,7 +56,7 @@ TEST_F(ScanCommand, BadInputIsOneKoreanLineAndAnExitCode) {
   }
 }
 
-TEST_F(ScanCommand, PrintsTheReportWithTheReconciliation) {
+TEST_F(ScanCommand, PrintsTheReportWithTheReconciliationOrJson) {
   const auto r = scan({"--system-data", "12,5", "--no-progress"});
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(r.err, "");
@@ -69,18 +66,17 @@ TEST_F(ScanCommand, PrintsTheReportWithTheReconciliation) {
                            "  ~/프로젝트 — 규칙에 없는 항목 — 직접 확인 필요", "스캔 소요: "})
     EXPECT_TRUE(r.out.contains(line)) << line << "\n" << r.out;
   EXPECT_FALSE(r.out.contains(".vorlan")) << "our own folder never shows up";
-}
 
-TEST_F(ScanCommand, JsonOnStdoutWhileProgressGoesToStderr) {
-  const auto r = scan({"--json", "--system-data", "80"});
-  ASSERT_EQ(r.exitCode, 0) << r.err;
+  // JSON on stdout while the progress goes to stderr.
+  const auto json = scan({"--json", "--system-data", "80"});
+  ASSERT_EQ(json.exitCode, 0) << json.err;
   for (const char* part : {"1/3 알려진 경로 측정 중", "3/3 컨테이너·스냅샷 확인 중", "~/.cache"})
-    EXPECT_TRUE(r.err.contains(part)) << r.err;
-  const auto doc = nlohmann::json::parse(r.out);  // fails if anything else reached stdout
+    EXPECT_TRUE(json.err.contains(part)) << json.err;
+  const auto doc = nlohmann::json::parse(json.out);  // fails if anything else reached stdout
   EXPECT_EQ(doc["system_data_gb_manual"], 80.0);
   nlohmann::json cache;
   for (const auto& f : doc["findings"]) if (f["path"] == ".cache") cache = f;
-  EXPECT_EQ(cache["size_bytes"], 2000000LL * 1024) << r.out;
+  EXPECT_EQ(cache["size_bytes"], 2000000LL * 1024) << json.out;
   EXPECT_EQ(cache["grade"], "SAFE");
 }
 

@@ -26,7 +26,7 @@ struct ThrowawayCluster {
   test::ProcessOutcome run(std::vector<std::string> argv, std::optional<std::string> input = {}) const {
     argv[0] = bin + "/" + argv[0];
     argv.insert(argv.begin(), asServer.begin(), asServer.end());
-    return test::runProcess(argv, {.env = {{"LC_ALL", "C"}}, .unsetEnv = {}, .stdinText = input, .timeoutSeconds = 120});
+    return test::runProcess(argv, {.env = {{"LC_ALL", "C"}}, .stdinText = input, .timeoutSeconds = 120});
   }
 };
 
@@ -69,22 +69,17 @@ TEST(BackendSchema, AnonMayInsertTheClientsReportsAndNothingElse) {
   ASSERT_EQ(applied.exitCode, 0) << applied.err;
 
   // The back-end's REST layer stores the body's "payload" member, as these statements do.
-  const struct {
-    const char* sql;
-    bool allowed;
-  } cases[] = {
-      {"insert into public.scan_reports (payload) values ((:'scan'::jsonb)->'payload')", true},
-      {"insert into public.cleanup_events (payload) values ((:'event'::jsonb)->'payload')", true},
-      {"select count(*) from public.scan_reports", false},
-      {"select payload from public.cleanup_events", false},
-      {"insert into public.scan_reports (payload) values ('{}') returning payload", false},
-      {"update public.scan_reports set payload = '{}'", false},
-      {"delete from public.cleanup_events", false},
-  };
-  for (const auto& c : cases) {
-    const auto outcome = psql(std::string("set role anon;\n") + c.sql + ";\n");
-    EXPECT_EQ(outcome.exitCode == 0, c.allowed) << c.sql << ": " << outcome.err;
-    EXPECT_EQ(outcome.err.find("permission denied") != std::string::npos, !c.allowed) << c.sql << ": " << outcome.err;
+  for (const auto& [sql, allowed] : std::initializer_list<std::pair<const char*, bool>>{
+           {"insert into public.scan_reports (payload) values ((:'scan'::jsonb)->'payload')", true},
+           {"insert into public.cleanup_events (payload) values ((:'event'::jsonb)->'payload')", true},
+           {"select count(*) from public.scan_reports", false},
+           {"select payload from public.cleanup_events", false},
+           {"insert into public.scan_reports (payload) values ('{}') returning payload", false},
+           {"update public.scan_reports set payload = '{}'", false},
+           {"delete from public.cleanup_events", false}}) {
+    const auto outcome = psql(std::string("set role anon;\n") + sql + ";\n");
+    EXPECT_EQ(outcome.exitCode == 0, allowed) << sql << ": " << outcome.err;
+    EXPECT_EQ(outcome.err.find("permission denied") != std::string::npos, !allowed) << sql << ": " << outcome.err;
   }
   // Exactly the two accepted rows arrived, as posted.
   const auto stored = psql("select count(*), bool_and(payload = (:'scan'::jsonb)->'payload') from public.scan_reports;\n"

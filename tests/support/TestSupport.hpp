@@ -11,7 +11,7 @@
 namespace vorlan::test {
 
 // A fresh folder under the system's temporary folder, removed with everything in it
-// (permissions restored first) when the object goes.
+// (permissions restored first) when the object goes. Never copied: one owner removes it.
 class TempDir {
  public:
   TempDir();
@@ -32,16 +32,15 @@ std::string readFile(const std::filesystem::path& path);
 void writeScript(const std::filesystem::path& path, const std::string& body);
 
 struct ProcessOutcome {
-  int exitCode = -1;   // exit status, or 128 + signal
-  std::string out;
-  std::string err;
+  int exitCode = -1;  // exit status, or 128 + signal
+  std::string out, err;
 };
 
 struct ProcessOptions {
-  std::map<std::string, std::string> env;   // set on top of the test's own environment
-  std::vector<std::string> unsetEnv;
-  std::optional<std::string> stdinText;     // absent: /dev/null
-  double timeoutSeconds = 60;               // killed after this, exitCode -1
+  std::map<std::string, std::string> env;  // set on top of the test's own environment
+  std::vector<std::string> unsetEnv = {};
+  std::optional<std::string> stdinText = {};  // absent: stdin is at its end at once
+  double timeoutSeconds = 60;              // killed after this, exitCode -1
 };
 
 ProcessOutcome runProcess(const std::vector<std::string>& argv, const ProcessOptions& options = {});
@@ -49,8 +48,7 @@ ProcessOutcome runProcess(const std::vector<std::string>& argv, const ProcessOpt
 // The built `vorlan` executable.
 std::string cliPath();
 // Runs the built `vorlan` with `args`, HOME set to `home`.
-ProcessOutcome runCli(const std::filesystem::path& home, std::vector<std::string> args,
-                      ProcessOptions options = {});
+ProcessOutcome runCli(const std::filesystem::path& home, std::vector<std::string> args, ProcessOptions options = {});
 
 // A file that takes `bytes` of disk without writing them where the system allows, so that
 // sizes measured from allocated blocks see it.
