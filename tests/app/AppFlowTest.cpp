@@ -4,12 +4,10 @@
 
 #include <QTest>
 
-#include <condition_variable>
-#include <mutex>
-
 #include <fmt/format.h>
 
 #include "flow/AppFlow.hpp"
+#include "flow/OpenSettings.hpp"
 #include "network/CurlTransport.hpp"
 #include "network/LocalHttpServer.hpp"
 #include "platform/FullDiskAccess.hpp"
@@ -35,24 +33,22 @@ bool eventually(const std::function<bool()>& condition) { return QTest::qWaitFor
 bool noChildLeft() { return ::waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD; }
 
 // The real process runner with `du` replaced by a script; every other tool is missing.
-class DuStandIn final : public ToolRunning {
- public:
-  explicit DuStandIn(std::string script) : script_(std::move(script)) {}
+struct DuStandIn final : ToolRunning {
+  std::string script;
+  ProcessToolRunner real{std::chrono::milliseconds(500)};
+
+  explicit DuStandIn(std::string s) : script(std::move(s)) {}
+  std::vector<std::string> swap(std::vector<std::string> a) const {
+    if (a.empty() || a[0] != "du") throw ToolError::notFound(a.empty() ? "" : a[0]);
+    a[0] = script;
+    return a;
+  }
   ToolResult run(const std::vector<std::string>& a, std::optional<double> t, std::stop_token s) override {
-    return real_.run(swap(a), t, s);
+    return real.run(swap(a), t, s);
   }
   ToolResult runStreaming(const std::vector<std::string>& a, const LineCallback& l, std::stop_token s) override {
-    return real_.runStreaming(swap(a), l, s);
+    return real.runStreaming(swap(a), l, s);
   }
-
- private:
-  std::vector<std::string> swap(std::vector<std::string> arguments) const {
-    if (arguments.empty() || arguments[0] != "du") throw ToolError::notFound(arguments.empty() ? "" : arguments[0]);
-    arguments[0] = script_;
-    return arguments;
-  }
-  std::string script_;
-  ProcessToolRunner real_{std::chrono::milliseconds(500)};
 };
 
 class AppFlowTest : public ::testing::Test {
@@ -65,16 +61,19 @@ class AppFlowTest : public ::testing::Test {
     variables.try_emplace("VORLAN_UPDATE_ENDPOINT", "");
     variables.try_emplace("VORLAN_TELEMETRY_URL", "");
     variables.try_emplace("VORLAN_SCAN_ENGINE", "du");  // these scans run their stand-in du
+    static const CurlOptions capped{.timeoutCap = std::chrono::seconds(5), .stop = {}};
     return AppEnvironment{home, std::move(variables),
                           [duScript] { return std::make_unique<DuStandIn>(duScript); },
                           [](const std::string&) { return false; },
-                          [] {
-                            CurlOptions options;
-                            options.timeoutCap = std::chrono::seconds(5);
-                            return std::make_unique<CurlTransport>(options);
-                          },
+                          [] { return std::make_unique<CurlTransport>(capped); },
                           [] { return testNow; },
                           {}};
+  }
+
+  // Writes the stand-in du.
+  std::string du(const std::string& body) {
+    test::writeScript(dir / "du", body);
+    return (dir / "du").string();
   }
 
   test::TempDir dir;
@@ -100,13 +99,8 @@ TEST_F(AppFlowTest, ScanEndsInReportOrBackAtInputKeepingTheEarlierResult) {
       runner->onCall([&](const ScriptedToolRunner::Call& call) {
         if (call.arguments != sweepOfHome) return;
         if (c.ending == Ending::failure) throw std::runtime_error("디스크를 읽지 못함");
-        if (c.ending == Ending::cancel) {
-          // Hold the tool until the flow cancels, as a long du would.
-          std::mutex m;
-          std::condition_variable_any held;
-          std::unique_lock lock(m);
-          held.wait(lock, call.stop, [] { return false; });
-        }
+        while (c.ending == Ending::cancel && !call.stop.stop_requested())  // as a long du would
+          std::this_thread::sleep_for(std::chrono::milliseconds(1));
       });
       return runner;
     };
@@ -139,10 +133,8 @@ TEST_F(AppFlowTest, ScanEndsInReportOrBackAtInputKeepingTheEarlierResult) {
 
 // Lines of a real child, read on the runner's own thread, reach the flow one by one in order.
 TEST_F(AppFlowTest, ProgressFromTheReadingThreadArrivesInOrder) {
-  const std::string du = (dir / "du").string();
-  test::writeScript(du, "[ \"$3\" = 1 ] || exit 0\n"
-                        "i=0; while [ $i -lt 400 ]; do printf '4\\t%s/d%03d\\n' \"$4\" $i; i=$((i+1)); done\n");
-  AppFlow flow(environment({}, du));
+  AppFlow flow(environment({}, du("[ \"$3\" = 1 ] || exit 0\n"
+                                   "i=0; while [ $i -lt 400 ]; do printf '4\\t%s/d%03d\\n' \"$4\" $i; i=$((i+1)); done\n")));
   std::vector<std::string> details;
   QObject::connect(&flow, &AppFlow::progressChanged, [&] {
     if (flow.progress() && flow.progress()->phase == 2 && flow.progress()->detail)
@@ -162,10 +154,9 @@ TEST_F(AppFlowTest, ProgressFromTheReadingThreadArrivesInOrder) {
 // one-kilobyte answer cannot be mistaken for.
 TEST_F(AppFlowTest, TheScanEngineComesFromTheEnvironment) {
   test::allocateFile(home / "Documents/f", 2'000'000);
-  const std::string du = (dir / "du").string();
-  test::writeScript(du, "printf '1\\t%s\\n' \"$4\"\n");  // Documents is a rule path: one du -d 0
+  const std::string script = du("printf '1\\t%s\\n' \"$4\"\n");  // Documents is a rule path: one du -d 0
   for (const char* engine : {"du", "walk", ""}) {
-    AppFlow flow(environment({{"VORLAN_SCAN_ENGINE", engine}}, du));
+    AppFlow flow(environment({{"VORLAN_SCAN_ENGINE", engine}}, script));
     flow.startScan();
     ASSERT_TRUE(eventually([&] { return !flow.isScanning(); }));
     ASSERT_TRUE(flow.result()) << engine;
@@ -178,12 +169,11 @@ TEST_F(AppFlowTest, TheScanEngineComesFromTheEnvironment) {
 // A du that would run for half a minute ends at once, whether the user cancels or closes the
 // window: nothing of it is left running, and the flow goes without a crash.
 TEST_F(AppFlowTest, CancelOrDestroyMidScanEndsTheRunningTool) {
-  const std::string du = (dir / "du").string();
   const fs::path pidFile = dir / "du.pid";
-  test::writeScript(du, "echo $$ > '" + pidFile.string() + "'\nprintf '4\\t%s/a\\n' \"$4\"\nexec sleep 30\n");
+  const std::string script = du("echo $$ > '" + pidFile.string() + "'\nprintf '4\\t%s/a\\n' \"$4\"\nexec sleep 30\n");
   for (const bool destroy : {false, true}) {
     fs::remove(pidFile);
-    auto flow = std::make_unique<AppFlow>(environment({}, du));
+    auto flow = std::make_unique<AppFlow>(environment({}, script));
     flow->startScan();
     // The first line came through the reading thread: the tool is running now.
     ASSERT_TRUE(eventually([&] { return flow->progress() && flow->progress()->detail; }));
@@ -255,8 +245,7 @@ TEST_F(AppFlowTest, DebugFixtureOnlyForExactlyOne) {
 
 TEST_F(AppFlowTest, LaunchWorkExpiresOverdueBatchesAndFindsAnUpdate) {
   const Quarantine store(Quarantine::defaultRoot(home), home);
-  test::writeFile(home / "old/a.txt", "a");
-  test::writeFile(home / "new/b.txt", "b");
+  for (const char* name : {"old/a.txt", "new/b.txt"}) test::writeFile(home / name, name);
   const auto overdue = store.move({"old"}, testNow - Quarantine::holdSeconds - 1);
   const auto fresh = store.move({"new"}, testNow - 60);
   test::LocalHttpServer server([](const test::ReceivedRequest&) {
@@ -270,11 +259,26 @@ TEST_F(AppFlowTest, LaunchWorkExpiresOverdueBatchesAndFindsAnUpdate) {
   EXPECT_TRUE(fs::exists(store.root / fresh.id));
 }
 
-TEST(FullDiskAccess, OnlyAFailedListingCounts) {
-  test::TempDir dir;
-  fs::create_directories(FullDiskAccess::probeFolder(dir / "home"));  // empty, but it lists
-  EXPECT_TRUE(FullDiskAccess::granted(dir / "home"));
+TEST_F(AppFlowTest, FullDiskAccessFailsOnlyWithAFailedListing) {
+  fs::create_directories(FullDiskAccess::probeFolder(home));  // empty, but it lists
+  EXPECT_TRUE(FullDiskAccess::granted(home));
   EXPECT_FALSE(FullDiskAccess::granted(dir / "missing"));
+}
+
+TEST(OpenSettings, WalksCandidatesUntilOneOpens) {
+  const QString a = "x-apple.systempreferences:com.apple.settings.Storage?Storage";
+  const QString b = "x-apple.systempreferences:com.apple.settings.Storage";
+  const QString c = "x-apple.systempreferences:";
+  struct Case { QStringList urls, refused, expectedTries; };
+  for (const Case& tc : {Case{{}, {}, {}}, Case{{a, b, c}, {}, {a}}, Case{{a, b, c}, {a}, {a, b}},
+                         Case{{a, b, c}, {a, b, c}, {a, b, c}}, Case{{"", "::not a url", b}, {}, {b}}}) {
+    QStringList tried;
+    openSettings(tc.urls, [&](const QUrl& url) {
+      tried << url.toString();
+      return !tc.refused.contains(url.toString());
+    });
+    EXPECT_EQ(tried, tc.expectedTries) << tc.urls.join(" | ").toStdString();
+  }
 }
 
 }  // namespace

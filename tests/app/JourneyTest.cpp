@@ -6,8 +6,7 @@
 #include <QLabel>
 #include <QPushButton>
 
-#include "app/FlowTestSupport.hpp"
-#include "app/ScreenTestSupport.hpp"
+#include "app/AppTestSupport.hpp"
 #include "quarantine/Quarantine.hpp"
 #include "scan/ProcessToolRunner.hpp"
 #include "screens/ContentView.hpp"

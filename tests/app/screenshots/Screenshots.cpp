@@ -4,19 +4,13 @@
 #include <QApplication>
 #include <QDir>
 #include <QFontMetrics>
-#include <QMessageBox>
 #include <QPainter>
-#include <QPushButton>
 #include <QTextStream>
 #include <QVBoxLayout>
 
 #include <fmt/format.h>
 
-#include <functional>
-#include <memory>
-
-#include "app/FlowTestSupport.hpp"
-#include "app/ScreenTestSupport.hpp"
+#include "app/AppTestSupport.hpp"
 #include "cleanup/CleanupCopy.hpp"
 #include "quarantine/Quarantine.hpp"
 #include "screens/CleanupPlanView.hpp"
@@ -25,12 +19,10 @@
 #include "screens/TrashDMGView.hpp"
 #include "screens/UpdateBanner.hpp"
 #include "screens/FDAView.hpp"
-#include "screens/PreviewSheet.hpp"
 #include "screens/ReportView.hpp"
 #include "screens/ScanProgressView.hpp"
 #include "screens/SystemDataInputView.hpp"
 #include "screens/WelcomeView.hpp"
-#include "support/TestSupport.hpp"
 
 using namespace vorlan;
 using namespace vorlan::app;
@@ -55,15 +47,8 @@ QPixmap picture(QWidget& window) {
 
 // A plan of `count` rows, largest first, in every verdict and with words of every length.
 std::vector<CleanupItem> fixturePlan(int count) {
-  struct Kind {
-    const char* parent;
-    const char* name;
-    CleanupVerdict verdict;
-    bool immediate;
-    const char* what;
-    std::string_view reason;
-    std::string_view consequence;
-  };
+  struct Kind { const char *parent, *name; CleanupVerdict verdict; bool immediate; const char *what, *reason;
+                std::string_view consequence; };
   const Kind kinds[] = {
       {"Library/Caches", "com.example.browser", CleanupVerdict::regenerable, true, "브라우저가 받아 둔 웹 페이지 조각",
        "지워도 다시 만들어집니다", CleanupCopy::regenerable},
@@ -85,17 +70,11 @@ std::vector<CleanupItem> fixturePlan(int count) {
   std::vector<CleanupItem> items;
   for (int i = 0; i < count; ++i) {
     const Kind& k = kinds[i % std::size(kinds)];
-    CleanupItem item;
-    item.name = i < static_cast<int>(std::size(kinds)) ? k.name : fmt::format("{}.{}", k.name, i);
-    item.path = fmt::format("{}/{}", k.parent, item.name);
-    item.bytes = 12'300'000'000 - static_cast<int64_t>(i) * 61'000'000;
-    item.verdict = k.verdict;
-    item.checked = isCheckedByDefault(k.verdict);
-    item.purgeImmediately = k.immediate;
-    item.what = k.what;
-    item.reason = k.reason;
-    item.consequence = k.consequence;
-    items.push_back(std::move(item));
+    const std::string name = i < static_cast<int>(std::size(kinds)) ? k.name : fmt::format("{}.{}", k.name, i);
+    items.push_back({.name = name, .path = fmt::format("{}/{}", k.parent, name),
+                     .bytes = 12'300'000'000 - static_cast<int64_t>(i) * 61'000'000, .verdict = k.verdict,
+                     .checked = isCheckedByDefault(k.verdict), .reason = k.reason, .deletePaths = {}, .what = k.what,
+                     .consequence = std::string(k.consequence), .purgeImmediately = k.immediate});
   }
   return items;
 }
@@ -107,12 +86,10 @@ void fillQuarantine(const std::filesystem::path& home, QuarantineStore& store, i
     for (const auto& path : paths) vorlan::test::allocateFile(home / path / "data", 410'000'000);
     return quarantine.move(paths, when);
   };
-  make({"Library/Caches/com.example.browser", "Library/Application Support/com.example.oldeditor"},
-       now - 6 * 86'400);
+  make({"Library/Caches/com.example.browser", "Library/Application Support/com.example.oldeditor"}, now - 6 * 86'400);
   const auto partly = make({".cache/io.example.modeltool", ".gradle/caches/modules-2"}, now - 86'400);
   make({"Library/Developer/Xcode/DerivedData/Project-abcdefghijklmnop", "Library/Caches/com.example.maps",
-        ".npm/_cacache"},
-       now);
+        ".npm/_cacache"}, now);
   vorlan::test::writeFile(home / ".gradle/caches/modules-2/new", "made since");
   store.addFreedBytes(2'400'000'000);  // as if an earlier deletion had emptied at once
   store.reload();
@@ -120,49 +97,28 @@ void fillQuarantine(const std::filesystem::path& home, QuarantineStore& store, i
   app::test::waitUntil([&] { return !store.restoringID(); });
 }
 
-// The cleanup screen in its states, each on a home of its own.
-void cleanupShots(const QString& folder, int& written, int& failures) {
-  enum class Scene { plan, explainOffer, deleting, skipped, quarantine, requestSheet };
-  const std::pair<const char*, Scene> scenes[] = {
-      {"cleanup-plan", Scene::plan},         {"cleanup-explain-offer", Scene::explainOffer},
-      {"cleanup-deleting", Scene::deleting}, {"cleanup-skipped", Scene::skipped},
-      {"cleanup-quarantine", Scene::quarantine}, {"explain-request-sheet", Scene::requestSheet},
-  };
-  for (auto appearance : {theme::Appearance::light, theme::Appearance::dark}) {
-    theme::setAppearance(appearance);
-    const char* tone = appearance == theme::Appearance::dark ? "dark" : "light";
-    for (QSize size : {QSize(800, 600), QSize(560, 440)}) {
-      for (const auto& [name, scene] : scenes) {
-        vorlan::test::TempDir home;
-        const AppEnvironment env = app::test::screenEnvironment(home.path());
-        AppFlow flow(env);
-        CleanupFlow& cleanup = flow.cleanup();
-        if (scene == Scene::quarantine) fillQuarantine(home.path(), flow.quarantineStore(), env.now());
-        CleanupPlanView view(flow);
-        app::test::showAt(view, size);
-        app::test::waitUntil([&] { return !cleanup.isLoading() && !flow.quarantineStore().sweepInFlight(); });
-        if (scene != Scene::explainOffer && scene != Scene::requestSheet) cleanup.declineExplain();
-        cleanup.showPlan(fixturePlan(scene == Scene::quarantine ? 12 : 200));
-        std::unique_ptr<app::test::HeldStoreLock> busy;
-        if (scene == Scene::deleting) {
-          // Another run holds the store, so the deletion waits where the picture can see it.
-          busy = std::make_unique<app::test::HeldStoreLock>(home.path());
-          view.findChild<QPushButton*>("deleteButton")->click();
-        }
-        if (scene == Scene::skipped)
-          cleanup.setSkippedInUse({"Library/Application Support/com.example.music", "Library/Caches/com.example.browser"});
-        if (scene == Scene::requestSheet) view.findChild<QPushButton*>("previewRequest")->click();
-        QApplication::processEvents();
-        const QString file = QStringLiteral("%1/%2-%3-%4x%5.png")
-                                 .arg(folder, QString::fromUtf8(name), QString::fromUtf8(tone))
-                                 .arg(size.width())
-                                 .arg(size.height());
-        if (picture(view).save(file)) ++written; else ++failures;
-        busy.reset();
-        app::test::waitUntil([&] { return !cleanup.isExecuting(); });
-      }
-    }
-  }
+// Where a scene is made: its flow, home and window size, and what it leaves for after its picture.
+struct Scene {
+  AppFlow& flow;
+  const std::filesystem::path& home;
+  QSize size;
+  std::unique_ptr<app::test::HeldStoreLock> busy;  // another run's lock on the store
+};
+
+// The cleanup screen, loaded, with a plan of `rows` rows; the explain offer declined unless kept.
+std::unique_ptr<CleanupPlanView> cleanupScreen(Scene& s, int rows, bool keepOffer = false) {
+  auto view = std::make_unique<CleanupPlanView>(s.flow);
+  app::test::showAt(*view, s.size);
+  app::test::waitUntil([&] { return !s.flow.cleanup().isLoading() && !s.flow.quarantineStore().sweepInFlight(); });
+  if (!keepOffer) s.flow.cleanup().declineExplain();
+  s.flow.cleanup().showPlan(fixturePlan(rows));
+  return view;
+}
+
+// The statistics back-end is configured while the input screen is made.
+std::unique_ptr<SystemDataInputView> inputWithBackEnd(AppFlow& f) {
+  const app::test::ScopedEnv on({{"VORLAN_TELEMETRY_URL", "http://127.0.0.1:9"}, {"VORLAN_TELEMETRY_ANON_KEY", "key"}});
+  return std::make_unique<SystemDataInputView>(f);
 }
 
 }  // namespace
@@ -186,152 +142,142 @@ int main(int argc, char** argv) {
     err << "the application font has no Hangul: install fonts-noto-cjk\n";
     return 1;
   }
+  const app::test::ScopedEnv noBackEnd({{"VORLAN_TELEMETRY_URL", std::nullopt}, {"VORLAN_TELEMETRY_ANON_KEY", std::nullopt}});
 
-  vorlan::test::TempDir home;
-  // Saving into a Desktop that is a plain file fails, as the save error picture needs.
-  vorlan::test::writeFile(home / "Desktop", "not a folder");
-  qunsetenv("VORLAN_TELEMETRY_URL");
-  qunsetenv("VORLAN_TELEMETRY_ANON_KEY");
-
-  using Make = std::function<std::unique_ptr<QWidget>(AppFlow&)>;
-  const auto withBackEnd = [](bool on) {
-    if (on) {
-      qputenv("VORLAN_TELEMETRY_URL", "http://127.0.0.1:9");
-      qputenv("VORLAN_TELEMETRY_ANON_KEY", "key");
-    } else {
-      qunsetenv("VORLAN_TELEMETRY_URL");
-      qunsetenv("VORLAN_TELEMETRY_ANON_KEY");
-    }
+  const auto report = [](AppFlow& f) {
+    f.applyDebugReportFixture();
+    return std::make_unique<ReportView>(f);
   };
-  const std::pair<const char*, Make> screens[] = {
-      {"welcome", [](AppFlow& f) { return std::make_unique<WelcomeView>(f); }},
-      {"permission", [](AppFlow& f) { return std::make_unique<FDAView>(f); }},
-      {"input", [&](AppFlow& f) {
-         withBackEnd(false);
-         return std::make_unique<SystemDataInputView>(f);
-       }},
-      {"input-consent", [&](AppFlow& f) {
-         withBackEnd(true);
-         auto view = std::make_unique<SystemDataInputView>(f);
-         withBackEnd(false);
-         return view;
-       }},
-      {"preview-sheet", [&](AppFlow& f) {
-         withBackEnd(true);
-         auto view = std::make_unique<SystemDataInputView>(f);
-         withBackEnd(false);
+  const auto trashOffer = [](AppFlow& f) {
+    f.setShowMoveSheet(false);
+    f.setDmgToTrash(TrashCandidate{QStringLiteral("/Users/me/Downloads/Vorlan-1.4.0.dmg")});
+    return std::make_unique<ContentView>(f);
+  };
+  // Runs `step` on the window behind its own queued opening of the sheet.
+  const auto afterSheetOpens = [](std::unique_ptr<ContentView> window, std::function<void(ContentView*)> step) {
+    QMetaObject::invokeMethod(window.get(), [w = window.get(), step] { step(w); }, Qt::QueuedConnection);
+    return window;
+  };
+  // `whole`: the whole height at 800 wide, for reading every card at once.
+  struct Shot { const char* name; std::function<std::unique_ptr<QWidget>(Scene&)> make; bool whole = false; };
+  const Shot shots[] = {
+      {"welcome", [](Scene& s) { return std::make_unique<WelcomeView>(s.flow); }},
+      {"permission", [](Scene& s) { return std::make_unique<FDAView>(s.flow); }},
+      {"input", [](Scene& s) { return std::make_unique<SystemDataInputView>(s.flow); }},
+      {"input-consent", [](Scene& s) { return inputWithBackEnd(s.flow); }},
+      {"preview-sheet", [](Scene& s) {
+         auto view = inputWithBackEnd(s.flow);
          view->showPreview();
          return view;
        }},
-      {"scan-failed", [](AppFlow& f) {
-         f.setScanError(QStringLiteral("스캔에 실패했습니다: du: 권한이 없습니다"));
-         return std::make_unique<SystemDataInputView>(f);
+      {"scan-failed", [](Scene& s) {
+         s.flow.setScanError(QStringLiteral("스캔에 실패했습니다: du: 권한이 없습니다"));
+         return std::make_unique<SystemDataInputView>(s.flow);
        }},
-      {"scanning", [](AppFlow& f) {
-         auto view = std::make_unique<ScanProgressView>(f);
+      {"scanning", [](Scene& s) {
+         auto view = std::make_unique<ScanProgressView>(s.flow);
          view->showProgress(ScanProgress{
              1, "규칙 경로 측정 중 (37/90)",
              "Library/Containers/com.docker.docker/Data/vms/0/data/Docker.raw.very.long.name", 0.41});
          return view;
        }},
-      {"scanning-waiting", [](AppFlow& f) { return std::make_unique<ScanProgressView>(f); }},
-      {"report", [](AppFlow& f) {
-         f.applyDebugReportFixture();
-         return std::make_unique<ReportView>(f);
+      {"scanning-waiting", [](Scene& s) { return std::make_unique<ScanProgressView>(s.flow); }},
+      {"report", [&](Scene& s) { return report(s.flow); }},
+      {"report-whole", [&](Scene& s) { return report(s.flow); }, true},
+      {"report-no-figure", [](Scene& s) {
+         s.flow.applyDebugReportFixture();
+         s.flow.setSystemDataGB(std::nullopt);
+         return std::make_unique<ReportView>(s.flow);
        }},
-      {"report-no-figure", [](AppFlow& f) {
-         f.applyDebugReportFixture();
-         f.setSystemDataGB(std::nullopt);
-         return std::make_unique<ReportView>(f);
-       }},
-      {"save-error", [](AppFlow& f) {
-         f.applyDebugReportFixture();
-         auto view = std::make_unique<ReportView>(f);
+      {"save-error", [&](Scene& s) {
+         // Saving into a Desktop that is a plain file fails.
+         vorlan::test::writeFile(s.home / "Desktop", "not a folder");
+         auto view = report(s.flow);
          view->save();
          return view;
        }},
       // The install sheets over the window, and the update strip over a screen. The flows of
       // these pictures run from a disk image that is not there, so the move is offered.
-      {"move-sheet", [](AppFlow& f) { return std::make_unique<ContentView>(f); }},
-      {"move-sheet-moving", [](AppFlow& f) {
-         auto window = std::make_unique<ContentView>(f);
-         // Behind the window's own queued opening of the sheet.
-         QMetaObject::invokeMethod(window.get(), [w = window.get()] { w->moveSheet()->setMoving(true); },
-                                   Qt::QueuedConnection);
-         return window;
+      {"move-sheet", [](Scene& s) { return std::make_unique<ContentView>(s.flow); }},
+      {"move-sheet-moving", [&](Scene& s) {
+         return afterSheetOpens(std::make_unique<ContentView>(s.flow), [](ContentView* w) { w->moveSheet()->setMoving(true); });
        }},
-      {"move-sheet-error", [](AppFlow& f) {
-         auto window = std::make_unique<ContentView>(f);
-         QMetaObject::invokeMethod(window.get(), [w = window.get()] {
+      {"move-sheet-error", [&](Scene& s) {
+         return afterSheetOpens(std::make_unique<ContentView>(s.flow), [](ContentView* w) {
            w->moveSheet()->move();
            app::test::waitUntil([w] { return !w->moveSheet()->error().isEmpty(); });
-         }, Qt::QueuedConnection);
-         return window;
+         });
        }},
-      {"trash-sheet", [](AppFlow& f) {
-         f.setShowMoveSheet(false);
-         f.setDmgToTrash(TrashCandidate{QStringLiteral("/Users/me/Downloads/Vorlan-1.4.0.dmg")});
-         return std::make_unique<ContentView>(f);
-       }},
-      {"trash-sheet-error", [](AppFlow& f) {
-         f.setShowMoveSheet(false);
-         f.setDmgToTrash(TrashCandidate{QStringLiteral("/Users/me/Downloads/Vorlan-1.4.0.dmg")});
-         auto window = std::make_unique<ContentView>(f);
-         QMetaObject::invokeMethod(window.get(), [w = window.get()] {
+      {"trash-sheet", [&](Scene& s) { return trashOffer(s.flow); }},
+      {"trash-sheet-error", [&](Scene& s) {
+         return afterSheetOpens(trashOffer(s.flow), [](ContentView* w) {
            w->trashSheet()->trash();
            app::test::waitUntil([w] { return !w->trashSheet()->error().isEmpty(); });
-         }, Qt::QueuedConnection);
-         return window;
+         });
        }},
-      {"update-banner", [](AppFlow& f) {
+      {"update-banner", [](Scene& s) {
          // The window's column as ContentView lays it out, with the strip that a found update
          // brings (this picture's flow reaches no network).
-         f.applyDebugReportFixture();
+         s.flow.applyDebugReportFixture();
          auto column = std::make_unique<QWidget>();
          auto* layout = new QVBoxLayout(column.get());
          layout->setContentsMargins(0, 0, 0, 0);
          layout->setSpacing(0);
          layout->addWidget(new UpdateBanner(UpdateInfo{"1.4.0", "https://example.test/v1.4.0"}, [] {}));
-         layout->addWidget(new ReportView(f), 1);
+         layout->addWidget(new ReportView(s.flow), 1);
          return column;
+       }},
+      // The cleanup screen in its states.
+      {"cleanup-plan", [](Scene& s) { return cleanupScreen(s, 200); }},
+      {"cleanup-explain-offer", [](Scene& s) { return cleanupScreen(s, 200, true); }},
+      {"cleanup-deleting", [](Scene& s) {
+         // Another run holds the store, so the deletion waits where the picture can see it.
+         auto view = cleanupScreen(s, 200);
+         s.busy = std::make_unique<app::test::HeldStoreLock>(s.home);
+         view->findChild<QPushButton*>("deleteButton")->click();
+         return view;
+       }},
+      {"cleanup-skipped", [](Scene& s) {
+         auto view = cleanupScreen(s, 200);
+         s.flow.cleanup().setSkippedInUse({"Library/Application Support/com.example.music", "Library/Caches/com.example.browser"});
+         return view;
+       }},
+      {"cleanup-quarantine", [](Scene& s) {
+         fillQuarantine(s.home, s.flow.quarantineStore(), 1'787'000'000);
+         return cleanupScreen(s, 12);
+       }},
+      {"explain-request-sheet", [](Scene& s) {
+         auto view = cleanupScreen(s, 200, true);
+         view->findChild<QPushButton*>("previewRequest")->click();
+         return view;
        }},
   };
 
   int failures = 0, written = 0;
   for (auto appearance : {theme::Appearance::light, theme::Appearance::dark}) {
     theme::setAppearance(appearance);
-    const char* tone = appearance == theme::Appearance::dark ? "dark" : "light";
-    for (QSize size : {QSize(800, 600), QSize(560, 440)}) {
-      for (const auto& [name, make] : screens) {
+    const QString tone = appearance == theme::Appearance::dark ? "dark" : "light";
+    for (const Shot& shot : shots) {
+      for (QSize size : shot.whole ? std::vector{QSize(800, 2400)} : std::vector{QSize(800, 600), QSize(560, 440)}) {
+        vorlan::test::TempDir home;  // each picture on a home of its own
         AppFlow flow(app::test::screenEnvironment(home.path()));
-        std::unique_ptr<QWidget> view = make(flow);
-        app::test::showAt(*view, size);
+        Scene scene{flow, home.path(), size, nullptr};
+        std::unique_ptr<QWidget> view = shot.make(scene);
+        if (!view->isVisible()) app::test::showAt(*view, size);  // the cleanup screen shows itself
         QApplication::processEvents();
-        const QString file = QStringLiteral("%1/%2-%3-%4x%5.png")
-                                 .arg(folder, QString::fromUtf8(name), QString::fromUtf8(tone))
-                                 .arg(size.width())
-                                 .arg(size.height());
+        const QString file = folder + "/" + shot.name + "-" + tone +
+                             (shot.whole ? QString() : QStringLiteral("-%1x%2").arg(size.width()).arg(size.height())) + ".png";
         if (picture(*view).save(file)) {
           ++written;
         } else {
           err << "could not write " << file << "\n";
           ++failures;
         }
+        scene.busy.reset();
+        app::test::waitUntil([&] { return !flow.cleanup().isExecuting(); });
       }
     }
   }
-  // The whole report in one tall picture per appearance, for reading every card at once.
-  for (auto appearance : {theme::Appearance::light, theme::Appearance::dark}) {
-    theme::setAppearance(appearance);
-    AppFlow flow(app::test::screenEnvironment(home.path()));
-    flow.applyDebugReportFixture();
-    ReportView view(flow);
-    app::test::showAt(view, QSize(800, 2400));
-    const QString file = QStringLiteral("%1/report-whole-%2.png")
-                             .arg(folder, appearance == theme::Appearance::dark ? "dark" : "light");
-    if (view.grab().save(file)) ++written; else ++failures;
-  }
-  cleanupShots(folder, written, failures);
   err << written << " screenshots in " << folder << "\n";
   return failures == 0 ? 0 : 1;
 }
