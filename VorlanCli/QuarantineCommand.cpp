@@ -14,8 +14,6 @@ namespace vorlan::cli {
 
 namespace {
 
-// A batch this close to its expiry is flagged, as the desktop panel does.
-constexpr int64_t kExpiresSoonSeconds = 48 * 3600;
 constexpr std::string_view kPlaceTaken = "그 자리에 이미 다른 것이 있습니다";
 
 std::string localMinute(int64_t epoch) { return localDateText(epoch, true); }
@@ -45,7 +43,7 @@ int listBatches(const Quarantine& quarantine, const CliContext& ctx) {
   for (const auto& batch : batches) {
     fmt::print("\n묶음 {} — {}개 항목 · {} · 옮긴 때 {} · 비우는 때 {}\n", batch.id, batch.items.size(),
                formatGB(batchBytes(batch)), localMinute(batch.createdEpoch), localMinute(batch.expiresEpoch));
-    if (batch.expiresEpoch - kExpiresSoonSeconds <= ctx.now) fmt::print("  곧 자동으로 비워집니다\n");
+    if (batch.expiresSoon(ctx.now)) fmt::print("  곧 자동으로 비워집니다\n");
     for (const auto& item : batch.items) fmt::print("  {:>8}  ~/{}\n", formatGB(item.bytes), item.original);
     if (!batch.failures.empty()) {
       fmt::print("  옮기지 못한 항목 {}개:\n", batch.failures.size());

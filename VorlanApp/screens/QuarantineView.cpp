@@ -15,9 +15,6 @@ using namespace theme;
 
 namespace {
 
-// Two days: a batch that goes within them says so.
-constexpr int64_t soonSeconds = 172'800;
-
 QString qs(const std::string& text) { return QString::fromStdString(text); }
 
 QLabel* footnote(const QString& text, bool accent) {
@@ -126,7 +123,7 @@ QWidget* QuarantineView::batchRow(const QuarantineBatch& batch) {
       column->addWidget(failed);
     }
   }
-  if (now_() + soonSeconds >= batch.expiresEpoch) {
+  if (batch.expiresSoon(now_())) {
     QLabel* soon = footnote("곧 자동으로 비워집니다", true);
     soon->setObjectName("expiresSoon");
     column->addWidget(soon);

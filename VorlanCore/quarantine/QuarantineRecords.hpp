@@ -25,6 +25,9 @@ struct QuarantineBatch {
   std::vector<QuarantineItem> items;  // still in the batch
   std::vector<std::string> failures;  // relative paths that could not be moved
   bool operator==(const QuarantineBatch&) const = default;
+
+  // Within two days of being emptied: the list and the panel warn of it.
+  bool expiresSoon(int64_t now) const { return expiresEpoch - 48 * 3600 <= now; }
 };
 
 // Relative path → one Korean sentence saying why it stayed where it was.
