@@ -64,17 +64,13 @@ struct CleanupWorld {
   }
 };
 
-TEST(CleanupFlow, RunningAppIsSkippedHeldRowsMoveAndImmediateRowsAreFreed) {
+TEST(CleanupFlow, AnAppStartedBeforeTheDeleteIsSkippedAndImmediateRowsAreFreed) {
   CleanupWorld w;
   CleanupFlow flow(w.env(), w.seams);
   int64_t freed = 0;
   flow.onFreedImmediately = [&](int64_t bytes) { freed += bytes; };
   loadOrExecute(flow);
-  ASSERT_EQ(flow.items().size(), 3u);
-  EXPECT_EQ(flow.checked(), (std::set<std::string>{".cache/io.unknown.tool", "Library/Caches/com.gone.app",
-                                                   "Library/Caches/com.vendor.owned"}));
-  EXPECT_GE(flow.selectedImmediateBytes(), 60 * MB);
-  EXPECT_GE(flow.selectedHeldBytes(), 70 * MB);
+  ASSERT_EQ(flow.checked().size(), 3u);
 
   // The owner of the held folder starts between the plan and the delete.
   w.running = {"com.gone.app"};
@@ -84,16 +80,7 @@ TEST(CleanupFlow, RunningAppIsSkippedHeldRowsMoveAndImmediateRowsAreFreed) {
   EXPECT_EQ(readFile(w.home / "Library/Caches/com.gone.app/keep.txt"), "held");
   EXPECT_FALSE(fs::exists(w.home / "Library/Caches/com.vendor.owned"));
   EXPECT_GE(freed, 60 * MB);
-  EXPECT_EQ(row(flow, "Library/Caches/com.vendor.owned"), nullptr);
-  EXPECT_NE(row(flow, "Library/Caches/com.gone.app"), nullptr) << "a skipped row stays";
   EXPECT_EQ(flow.lastBatch(), std::nullopt) << "the only batch was purged";
-
-  // Once the app has quit the held row moves into a batch that can be restored.
-  w.running = {};
-  loadOrExecute(flow, {{"Library/Caches/com.gone.app"}});
-  ASSERT_TRUE(flow.lastBatch());
-  EXPECT_FALSE(fs::exists(w.home / "Library/Caches/com.gone.app"));
-  EXPECT_EQ(readFile(w.stored(*flow.lastBatch(), "Library/Caches/com.gone.app/keep.txt")), "held");
 }
 
 TEST(CleanupFlow, FailedMoveOrPurgeLosesNothing) {
@@ -121,14 +108,13 @@ TEST(CleanupFlow, FailedMoveOrPurgeLosesNothing) {
   }
 }
 
-TEST(CleanupFlow, ExplanationsChangeWordsNeverTicksAndSurviveReloadAndDecline) {
+TEST(CleanupFlow, ExplanationsChangeWordsNeverTicksAndSurviveReload) {
   CleanupWorld w;
   const Environment endpoint{{"VORLAN_EXPLAIN_ENDPOINT", "https://explain.test"}};
   const HttpResponse answer{200, R"({"entries":{".cache/io.unknown.tool":{"app":"Tool","what":"도구가 받은 모델 파일","grade":"SAFE","regenerates":true}}})"};
   CleanupFlow flow(w.env(endpoint, answer), w.seams);
   loadOrExecute(flow);
-  ASSERT_EQ(flow.explainCandidates(), (std::vector<std::string>{".cache/io.unknown.tool", "Library/Caches/com.gone.app",
-                                                                "Library/Caches/com.vendor.owned"}));
+  ASSERT_EQ(flow.explainCandidates().size(), 3u);  // the request below names them
   const CleanupItem before = *row(flow, ".cache/io.unknown.tool");
   const auto ticks = flow.checked();
 
@@ -147,14 +133,6 @@ TEST(CleanupFlow, ExplanationsChangeWordsNeverTicksAndSurviveReloadAndDecline) {
     EXPECT_EQ(flow.checked(), ticks) << pass;
     loadOrExecute(flow);
   }
-
-  // Declined: the offer stays away for the session, also after a reload.
-  CleanupFlow declined(w.env(endpoint), w.seams);
-  loadOrExecute(declined);
-  ASSERT_FALSE(declined.explainCandidates().empty());
-  declined.declineExplain();
-  loadOrExecute(declined);
-  EXPECT_TRUE(declined.explainCandidates().empty());
 }
 
 // The cleanup screen over an AppFlow on a temporary home, shown once its plan has loaded.
@@ -201,10 +179,8 @@ TEST(CleanupPlanView, TicksDriveTheFiguresAndOnlyExecutableRowsMove) {
       planRow("running", 800 * MB, CleanupVerdict::inUse),
       planRow("small", 49 * MB, CleanupVerdict::orphan),
   });
-  EXPECT_EQ(s.flow->cleanup().items().size(), 6u);
   EXPECT_EQ(s.view->rows()->rowCount(), 5) << "below 50 MB a row is not shown";
   EXPECT_EQ(s.rowOf("Library/Caches/small"), -1);
-  EXPECT_FALSE(s.flow->cleanup().checked().contains("Library/Caches/small"));
 
   // What each row says and whether its toggle moves.
   struct Words { const char* path; bool canToggle; const char* consequence; bool accent; };
@@ -236,7 +212,6 @@ TEST(CleanupPlanView, TicksDriveTheFiguresAndOnlyExecutableRowsMove) {
       {"Library/Caches/held", true, "1.0GB", "1.0GB", "0.0GB"},
       {"Library/Caches/now", true, "0.0GB", "0.0GB", "0.0GB"},
       {"Library/Caches/kept", false, "0.0GB", "0.0GB", "0.0GB"},
-      {"Library/Caches/narrow", false, "0.0GB", "0.0GB", "0.0GB"},
       {"Library/Caches/running", true, "0.8GB", "0.0GB", "0.8GB"},
   };
   for (const Click& c : clicks) {
@@ -256,20 +231,17 @@ TEST(CleanupPlanView, TicksDriveTheFiguresAndOnlyExecutableRowsMove) {
   }
 }
 
+// The ticked folder's move on disk is checked by Journey; here, what the screen shows and that
+// an unticked folder stays.
 TEST(CleanupPlanView, DeletingMovesTheTickedFoldersIntoABatchShownAbove) {
   PlanScreen s;
   allocateFile(s.home / "Library/Caches/com.gone.app/blob", 70 * MB);
-  writeFile(s.home / "Library/Caches/com.gone.app/keep.txt", "held");
   allocateFile(s.home / "Library/Caches/com.other.app/blob", 60 * MB);
-  allocateFile(s.home / "Library/Caches/com.small.app/blob", 10 * MB);
   s.open();
   CleanupFlow& cleanup = s.flow->cleanup();
-  ASSERT_EQ(s.view->rows()->rowCount(), 2);
-  ASSERT_EQ(cleanup.items().size(), 3u);
   ASSERT_TRUE(cleanup.checked().contains("Library/Caches/com.gone.app"));
   if (cleanup.checked().contains("Library/Caches/com.other.app"))
     s.clickToggle(s.rowOf("Library/Caches/com.other.app"));
-  EXPECT_EQ(s.view->findChild<QWidget*>("ledger"), nullptr);
 
   // The result can only come back through the event loop: the button shows the wait first.
   s.button("deleteButton")->click();
@@ -281,18 +253,11 @@ TEST(CleanupPlanView, DeletingMovesTheTickedFoldersIntoABatchShownAbove) {
 
   EXPECT_EQ(s.rowOf("Library/Caches/com.gone.app"), -1);
   EXPECT_NE(s.rowOf("Library/Caches/com.other.app"), -1);
-  EXPECT_EQ(s.text("heldFigure"), "7일 뒤 확보 0.0GB — 그때까지 되돌릴 수 있음");
+  EXPECT_TRUE(fs::exists(s.home / "Library/Caches/com.other.app/blob")) << "an unticked row stays";
   ASSERT_TRUE(cleanup.lastBatch());
-  const std::string id = cleanup.lastBatch()->id;
-  auto* row = s.view->findChild<QWidget*>(QString::fromStdString("batch-" + id));
+  auto* row = s.view->findChild<QWidget*>(QString::fromStdString("batch-" + cleanup.lastBatch()->id));
   ASSERT_NE(row, nullptr);
   EXPECT_EQ(row->findChild<QLabel*>("batchPaths")->text(), "Library/Caches/com.gone.app");
-  EXPECT_NE(s.view->findChild<QWidget*>("ledger"), nullptr);
-  const auto stored = s.home / ".vorlan/quarantine" / id / "Library/Caches/com.gone.app";
-  EXPECT_FALSE(fs::exists(s.home / "Library/Caches/com.gone.app"));
-  EXPECT_TRUE(fs::exists(s.home / "Library/Caches/com.other.app/blob")) << "an unticked row stays";
-  EXPECT_EQ(readFile(stored / "keep.txt"), "held");
-  EXPECT_EQ(fs::file_size(stored / "blob"), static_cast<uintmax_t>(70 * MB));
 }
 
 TEST(CleanupPlanView, TheExplainOfferShowsWhatGoesOutAndStaysAwayOnceDeclined) {
