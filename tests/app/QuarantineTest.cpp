@@ -114,8 +114,12 @@ TEST(QuarantineView, RestoreNeverOverwritesAndEachBatchSaysWhatStayed) {
 
   // Once the way is clear, a second restore brings the rest and clears its notice.
   fs::remove_all(p.home / ".cache/b");
+  // A copy: the restore replaces the store's list of batches.
+  std::optional<QuarantineBatch> again;
   for (const auto& listed : p.store.batches())
-    if (listed.id == partial.id) p.finish([&] { p.store.restore(listed); });
+    if (listed.id == partial.id) again = listed;
+  ASSERT_TRUE(again);
+  p.finish([&] { p.store.restore(*again); });
   EXPECT_FALSE(p.store.restoreNotices().contains(partial.id));
   ASSERT_EQ(p.store.batches().size(), 1u);
   EXPECT_EQ(p.store.batches()[0].id, whole.id);
