@@ -11,6 +11,7 @@
 #include "NetworkCli.hpp"
 #include "PlanLoading.hpp"
 #include "cleanup/AppOwnership.hpp"
+#include "cleanup/CleanupCopy.hpp"
 #include "cleanup/CleanupExecution.hpp"
 #include "cleanup/CleanupSession.hpp"
 #include "quarantine/Quarantine.hpp"
@@ -211,8 +212,7 @@ int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
       if (auto refused = refusedEvent(plan.items, checked)) shareCleanupEvents({*refused}, dictionary, ctx);
     return exitOk;
   }
-  fmt::print("지금 바로 확보 {}\n", formatGB(total(immediate)));
-  fmt::print("7일 뒤 확보 {} — 그때까지 되돌릴 수 있음\n", formatGB(total(held)));
+  fmt::print("{}\n{}\n", immediateFigure(total(immediate)), heldFigure(total(held)));
 
   if (options.dryRun) {
     fmt::print("미리 보기입니다. 아무것도 바꾸지 않았습니다.\n");
@@ -240,9 +240,9 @@ int runClean(const std::vector<std::string>& args, const CliContext& ctx) {
       executeCleanup(ticked, plan.items, checked, runningBundleIDs(), quarantine, ctx.now, ctx.stop);
 
   if (!outcome.skippedInUse.empty()) {
-    std::string joined;
-    for (const auto& path : outcome.skippedInUse) joined += (joined.empty() ? "~/" : ", ~/") + path;
-    fmt::print("실행 중이라 건너뜀: {} — 앱을 종료한 뒤 다시 시도해 주세요\n", joined);
+    std::vector<std::string> shown;
+    for (const auto& path : outcome.skippedInUse) shown.push_back("~/" + path);
+    fmt::print("{}\n", skippedInUseLine(shown));
   }
   if (outcome.immediateBatch && !outcome.immediateBatch->items.empty()) {
     const auto& batch = *outcome.immediateBatch;

@@ -7,6 +7,7 @@
 #include <QStackedWidget>
 #include <QVBoxLayout>
 
+#include "cleanup/CleanupCopy.hpp"
 #include "flow/AppFlow.hpp"
 #include "screens/CleanupRowDelegate.hpp"
 #include "screens/CleanupRowModel.hpp"
@@ -159,9 +160,7 @@ void CleanupPlanView::showNotices() {
   errorLine_->setText(error.value_or(QString()));
   errorLine_->setVisible(error.has_value());
   const auto& skipped = cleanup_.skippedInUse();
-  QStringList paths;
-  for (const auto& path : skipped) paths << QString::fromStdString(path);
-  skippedLine_->setText("실행 중이라 건너뜀: " + paths.join(", ") + " — 앱을 종료한 뒤 다시 시도해 주세요");
+  skippedLine_->setText(QString::fromStdString(skippedInUseLine(skipped)));
   skippedLine_->setVisible(!skipped.empty());
 }
 
@@ -172,8 +171,8 @@ void CleanupPlanView::showLoading() {
 }
 
 void CleanupPlanView::showTotals() {
-  immediateLine_->setText("지금 바로 확보 " + gb(cleanup_.selectedImmediateBytes()));
-  heldLine_->setText("7일 뒤 확보 " + gb(cleanup_.selectedHeldBytes()) + " — 그때까지 되돌릴 수 있음");
+  immediateLine_->setText(QString::fromStdString(immediateFigure(cleanup_.selectedImmediateBytes())));
+  heldLine_->setText(QString::fromStdString(heldFigure(cleanup_.selectedHeldBytes())));
   const bool executing = cleanup_.isExecuting();
   deleteButton_->setText(executing ? QStringLiteral("삭제하는 중…")
                                    : "선택한 " + gb(cleanup_.selectedBytes()) + " 삭제");

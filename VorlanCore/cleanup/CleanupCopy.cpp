@@ -1,6 +1,18 @@
 #include "cleanup/CleanupCopy.hpp"
 
+#include <fmt/ranges.h>
+
+#include "scan/ScanRecords.hpp"
+
 namespace vorlan {
+
+std::string immediateFigure(int64_t bytes) { return "지금 바로 확보 " + formatGB(bytes); }
+
+std::string heldFigure(int64_t bytes) { return "7일 뒤 확보 " + formatGB(bytes) + " — 그때까지 되돌릴 수 있음"; }
+
+std::string skippedInUseLine(const std::vector<std::string>& shownPaths) {
+  return fmt::format("실행 중이라 건너뜀: {} — 앱을 종료한 뒤 다시 시도해 주세요", fmt::join(shownPaths, ", "));
+}
 
 std::string consequence(CleanupVerdict verdict, bool purgeImmediately,
                         const std::optional<DictEntry>& entry,

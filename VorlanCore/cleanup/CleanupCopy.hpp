@@ -28,6 +28,12 @@ inline constexpr std::string_view keep = "지우지 않습니다";
 inline constexpr std::string_view explainedReason = "AI가 설명만 붙였습니다 — 판정은 그대로입니다";
 }  // namespace CleanupCopy
 
+// The two figures under the plan and the line for folders left because their app runs, worded
+// alike by `vorlan clean` and the cleanup screen. `shownPaths` are the paths as each shows them.
+std::string immediateFigure(int64_t bytes);
+std::string heldFigure(int64_t bytes);
+std::string skippedInUseLine(const std::vector<std::string>& shownPaths);
+
 // What deleting a row of this verdict does, in the user's words.
 std::string consequence(CleanupVerdict verdict, bool purgeImmediately,
                         const std::optional<DictEntry>& entry,
